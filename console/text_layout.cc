@@ -1,0 +1,38 @@
+#include "console/text_layout.h"
+
+#include <cstring>
+
+#include "console/log_output.h"
+
+const char* const kProgramTitle = "-- BF TAPE DRIVE TEST PROGRAM V1.57CV --";
+const char* const kBannerLine =
+    ">>>>>>>>>>>>>>>>>> SCSI TAPE DRIVE TEST <<<<<<<<<<<<<<<<<<";
+
+void write_spaces(std::initializer_list<FILE*> streams, uint16_t columns) {
+  unsigned count = columns < kLineWidth ? columns : kLineWidth;
+  log_printf(streams, "%*s", static_cast<int>(count), "");
+}
+
+void print_centred(std::initializer_list<FILE*> streams, const char* text) {
+  size_t visible = 0;
+  for (const char* c = text; *c != '\0'; ++c) {
+    if (*c != '\r' && *c != '\n') ++visible;
+  }
+  if (visible > kLineWidth) visible = kLineWidth;
+  auto indent = static_cast<uint16_t>((kLineWidth - visible) / 2 + (visible % 2));
+  for (FILE* stream : streams) {
+    if (stream == nullptr) continue;
+    write_spaces({stream}, indent);
+    log_printf({stream}, "%s\r\n", text);
+  }
+}
+
+void print_title(std::initializer_list<FILE*> streams, const char* title) {
+  for (FILE* stream : streams) {
+    if (stream == nullptr) continue;
+    log_printf({stream}, "\r\n");
+    print_centred({stream}, kBannerLine);
+    log_printf({stream}, "\r\n");
+    print_centred({stream}, title);
+  }
+}

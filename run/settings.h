@@ -1,0 +1,64 @@
+// The program-wide test settings: every option value with its default, and the
+// fixed run parameters that no option changes. One instance, `test_settings`,
+// exists for the whole process; the option parser writes it, everything else
+// reads it directly. Not thread-safe: written only before the test starts.
+#pragma once
+
+#include <cstdint>
+
+constexpr unsigned kFileNameCapacity = 128;  // 127 characters and a terminator
+
+struct TestSettings {
+  char output_file_name[kFileNameCapacity];
+  char output_file_mode[4];
+  char cdb_list_file_name[kFileNameCapacity];
+  uint8_t cdb_list_enabled;
+  char pattern_file_name[kFileNameCapacity];
+  uint16_t data_pattern_type;  // 0 null, 1 pseudo-random, 2 user-defined file
+  uint8_t random_pattern_repeats;
+  uint8_t host_adapter_number;
+  uint8_t bus_number;
+  uint8_t scsi_id;
+  uint8_t lun;
+  uint8_t density_code;
+  uint16_t iterations;
+  double total_megabytes;
+  double interval_megabytes;
+  uint8_t interval_given;
+  uint32_t logical_block_size;  // 0 selects variable block mode
+  uint8_t block_size_from_mode_sense;
+  uint32_t max_transfer_length;
+  uint16_t status_delay_ms;
+  uint8_t drive_status_enabled;
+  uint8_t unload_each_iteration;
+  // The built-in virtual tape drive (`/vtape [file]`) instead of the system's
+  // SCSI pass-through; the file name is empty when the drive's defaults apply.
+  uint8_t virtual_drive_enabled;
+  char virtual_drive_file_name[kFileNameCapacity];
+};
+
+extern TestSettings test_settings;
+
+// Process exit code: starts at 1 and becomes 0 only after the help screen or a
+// test that ran through.
+extern uint16_t exit_code;
+
+// Puts every setting back to its default and `exit_code` back to 1.
+void reset_settings();
+
+// Fixed run parameters.
+constexpr uint8_t write_test_enabled = 1;
+constexpr uint8_t read_test_enabled = 1;
+constexpr uint8_t compare_enabled = 1;
+constexpr uint8_t rewind_enabled = 1;
+constexpr uint8_t amounts_in_megabytes = 1;
+constexpr uint8_t progress_display_level = 1;
+constexpr uint8_t progress_step_megabytes = 1;
+constexpr uint8_t end_of_medium_flags = 1;  // bit 0: EOM / blank check end a test normally
+constexpr uint16_t filemark_step = 1;
+constexpr uint8_t show_sizing_warnings = 1;
+constexpr uint8_t kilobyte_is_1000 = 1;
+constexpr double percentage_limit = 1.0;
+constexpr int16_t random_seed = 0;
+
+constexpr double kBytesPerMegabyte = 1048576.0;

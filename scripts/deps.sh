@@ -1,0 +1,24 @@
+# Sourced by the other scripts: makes sure the Debian packages named in
+# "$@" are installed. As root it installs them with apt-get; otherwise it
+# prints the exact apt-get line and stops.
+need_packages() {
+  local missing=()
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
+      missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  if [ "$(id -u)" -eq 0 ]; then
+    echo "installing: ${missing[*]}"
+    apt-get update -qq || return 1
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" ||
+      return 1
+  else
+    echo "missing packages; run as root:" >&2
+    echo "  apt-get update && apt-get install -y ${missing[*]}" >&2
+    return 1
+  fi
+}
+
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config liblz4-dev)
+TEST_PACKAGES=(libgtest-dev libgmock-dev)

@@ -1,0 +1,41 @@
+// Operating-system services that the program needs apart from SCSI
+// pass-through: the output lock, the millisecond pause, the console cursor,
+// the CTRL-C delivery and the immediate process exit. One implementation per
+// operating system (os_posix.cc, os_win32.cc), chosen by the build; no other
+// file of the program asks which system it runs on.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+// Prepares the standard streams: on Windows the screen stream is switched to
+// binary mode, because the program writes its own "\r\n" line ends.
+void os_init_console();
+
+// Pauses the calling thread for `milliseconds`.
+void os_sleep_ms(uint32_t milliseconds);
+
+// True when `stream` is an interactive terminal (console).
+bool os_stream_is_terminal(FILE* stream);
+
+// Shows or hides the console cursor of `screen`; does nothing, quietly, when
+// the stream is not a console, so redirected output carries no control bytes.
+void os_set_cursor_visible(FILE* screen, bool visible);
+
+// The lock that every write to the screen, the output file and the CDB list
+// file holds. Not recursive.
+void os_lock_output();
+void os_unlock_output();
+
+// CTRL-C delivery. After os_install_break_handler the handler runs on a
+// thread of its own (never inside a signal context and never on the thread
+// that called install), so it may take locks and close files. Only one
+// handler is installed at a time. os_remove_break_handler restores the
+// default CTRL-C handling and waits until the delivery thread has gone.
+// Returns 0, or -1 when the delivery could not be set up.
+int os_install_break_handler(void (*handler)(int signal_number));
+void os_remove_break_handler();
+
+// Ends the process at once with `code`: no static destructors, no atexit
+// handlers; open C streams are not flushed (flush them first).
+[[noreturn]] void os_exit_now(int code);

@@ -1,0 +1,70 @@
+// Win32 services: a critical section for the output lock, Sleep, the console
+// cursor calls, and CTRL-C through the console control handler, which Windows
+// runs on a thread of its own.
+#include "transport/platform/os.h"
+
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+
+namespace {
+
+CRITICAL_SECTION output_lock;
+bool output_lock_ready = false;
+void (*break_handler)(int) = nullptr;
+
+CRITICAL_SECTION& lock() {
+  if (!output_lock_ready) {
+    InitializeCriticalSection(&output_lock);
+    output_lock_ready = true;
+  }
+  return output_lock;
+}
+
+BOOL WINAPI on_console_control(DWORD control_type) {
+  if (control_type != CTRL_C_EVENT && control_type != CTRL_BREAK_EVENT) return FALSE;
+  if (break_handler == nullptr) return FALSE;
+  break_handler(2);  // SIGINT; does not return
+  return TRUE;
+}
+
+}  // namespace
+
+void os_init_console() {
+  lock();
+  _setmode(_fileno(stdout), _O_BINARY);
+}
+
+void os_sleep_ms(uint32_t milliseconds) { Sleep(milliseconds); }
+
+bool os_stream_is_terminal(FILE* stream) {
+  if (stream == nullptr) return false;
+  int fd = _fileno(stream);
+  return fd >= 0 && _isatty(fd) != 0;
+}
+
+void os_set_cursor_visible(FILE* screen, bool visible) {
+  if (screen != stdout) return;
+  HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
+  CONSOLE_CURSOR_INFO info;
+  if (console == INVALID_HANDLE_VALUE || !GetConsoleCursorInfo(console, &info)) return;
+  info.bVisible = visible ? TRUE : FALSE;
+  SetConsoleCursorInfo(console, &info);
+}
+
+void os_lock_output() { EnterCriticalSection(&lock()); }
+void os_unlock_output() { LeaveCriticalSection(&lock()); }
+
+int os_install_break_handler(void (*handler)(int)) {
+  break_handler = handler;
+  return SetConsoleCtrlHandler(on_console_control, TRUE) ? 0 : -1;
+}
+
+void os_remove_break_handler() {
+  SetConsoleCtrlHandler(on_console_control, FALSE);
+  break_handler = nullptr;
+}
+
+void os_exit_now(int code) {
+  ExitProcess(static_cast<UINT>(code));
+}
