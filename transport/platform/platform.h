@@ -90,6 +90,10 @@ struct Platform {
   void (*pass_through)(PlatformHandle device, const PassThroughRequest& request,
                        PassThroughReply& reply);
   void (*close_device)(PlatformHandle device);
+  // Optional (may be null): a sentence for the operator about the last
+  // failed open, such as which device node needs which permission; null when
+  // there is nothing to add.
+  const char* (*describe_last_error)();
 };
 
 // The operating system's own platform (Linux SG_IO or Win32 pass-through),

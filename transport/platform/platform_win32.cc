@@ -17,7 +17,7 @@ void pass_through(PlatformHandle, const PassThroughRequest&, PassThroughReply& r
 void close_device(PlatformHandle) {}
 
 const Platform kWin32Platform = {"win32", open_device, query_adapter, query_tape_address,
-                                 pass_through, close_device};
+                                 pass_through, close_device, nullptr};
 
 }  // namespace
 
