@@ -126,10 +126,14 @@ LinuxHandle* handle_record(PlatformHandle handle) {
   return &handles[handle];
 }
 
+// Closes the record's nodes and frees its slot. No memory is given back: the
+// CTRL-C handler closes handles while the test thread may still be running.
 void release(LinuxHandle& record) {
   for (UnitNode& unit : record.units) sys->close(unit.fd);
+  record.units.clear();
   if (record.is_tape && record.fd >= 0) sys->close(record.fd);
-  record = LinuxHandle{};
+  record.fd = -1;
+  record.used = false;
 }
 
 // "\\.\Scsi3:" -> adapter 3, "\\.\Tape0" -> tape 0 (however many backslashes
@@ -251,9 +255,25 @@ uint8_t inquiry_from_attributes(const SysfsUnit& unit, uint8_t* inquiry) {
   return 36;
 }
 
-// True when the unclaimed unit's sg node can be had for exclusive use now.
+// True when one of this process's adapter handles has the unit's sg node open.
+bool held_here(const ScsiAddress& address) {
+  for (const LinuxHandle& record : handles) {
+    if (!record.used || record.is_tape || record.adapter != address.port_number) continue;
+    for (const UnitNode& unit : record.units) {
+      if (unit.address.path_id == address.path_id && unit.address.target_id == address.target_id &&
+          unit.address.lun == address.lun) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+// True when the unclaimed unit's sg node can be had for exclusive use now (or
+// this process already has it).
 bool unclaimed_unit_reachable(const SysfsUnit& unit) {
   const ScsiAddress address{unit.host, unit.channel, unit.target, unit.lun};
+  if (held_here(address)) return true;
   if (unit.sg_name.empty()) {
     set_note("The SCSI generic driver has no node for SCSI address %s; load it with \"modprobe sg\".",
              address_text(address).c_str());

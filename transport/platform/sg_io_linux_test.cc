@@ -198,6 +198,15 @@ TEST_F(LinuxCommands, RefusedCommandsAreNotSent) {
   EXPECT_TRUE(kernel.sent.empty());
 }
 
+TEST_F(LinuxCommands, UnitInUseByThisProcessStaysListed) {
+  send({0, 0, 0, 0, 0, 0}, DataDirection::in, no_data, 0);
+  kernel.open_errors[node("sg2")] = EBUSY;  // a second exclusive open fails, as in the kernel
+  AdapterInquiry inquiry{};
+  ASSERT_EQ(0, linux_platform().query_adapter(adapter, &inquiry));
+  ASSERT_EQ(2, inquiry.unit_count);
+  EXPECT_EQ(3, inquiry.units[1].target_id);
+}
+
 TEST(SgIoHeader, TimeoutBeyondThirtyTwoBitsOfMillisecondsIsCut) {
   uint8_t byte = 0;
   uint8_t sense[kSenseAreaSize];
