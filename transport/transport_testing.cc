@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "tape/command_blocks.h"
+#include "tape/drive_operations.h"
 #include "transport/command_buffers.h"
 #include "transport/device_table.h"
 #include "transport/executor.h"
@@ -14,6 +16,8 @@ void reset_transport_state() {
   free_command_buffers();
   reset_scsi_transport();
   reset_executor();
+  reset_rw_buffer();
+  reset_drive_operations();
 }
 
 }  // namespace
