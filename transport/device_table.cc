@@ -6,7 +6,6 @@
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "transport/command_buffers.h"
-#include "transport/executor.h"
 #include "transport/platform/os.h"
 #include "transport/scsi_transport.h"
 

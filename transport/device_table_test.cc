@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
+#include "console/log_output.h"
 #include "transport/command_buffers.h"
 #include "transport/executor.h"
 #include "transport/scsi_transport.h"
@@ -199,6 +201,38 @@ TEST_F(DeviceTable, ShutdownClosesEveryRecordOnceAndReleasesBuffers) {
   EXPECT_EQ(0u, fake_open_handle_count());
   EXPECT_EQ(nullptr, sense_buffer);
   EXPECT_EQ(nullptr, scsi_transport.result.sense_data);
+}
+
+TEST_F(DeviceTable, AddressedRecordStaysOpenWhileOtherSlotsOfItsAdapterAgeIt) {
+  for (uint8_t id = 0; id < 15; ++id) fake_add_tape_drive(0, 0, id, 0);
+  ASSERT_EQ(0, scan_devices());
+  address(0, 0, 0, 0);
+  const uint8_t test_unit_ready[6] = {};
+  for (int command = 0; command < 3; ++command) {
+    execute_cdb(no_data_buffer, 6, test_unit_ready);
+    EXPECT_EQ(0, scsi_transport.result.srb_status);
+    EXPECT_EQ(1u, fake_open_handle_count());
+  }
+  // Fourteen other slots took 1 each from the shared record after it was used.
+  EXPECT_EQ(1 - 14, device_table[0].record->age);
+  EXPECT_EQ(3u, fake_requests().size());
+  EXPECT_EQ("\\\\.\\Scsi0:", fake_requests().back().device);
+}
+
+void ignore_break(int) {}
+
+TEST_F(DeviceTable, StartAndShutdownOwnTheBuffersTheHandlerAndTheOutputFile) {
+  fake_add_tape_drive(0, 0, 2, 0);
+  ASSERT_EQ(0, start_transport(ignore_break));
+  EXPECT_EQ(1, device_count);
+  ASSERT_NE(nullptr, sense_buffer);
+  EXPECT_EQ(sense_buffer, scsi_transport.result.sense_data);
+  FILE* output = std::tmpfile();
+  set_log_file(output);
+  shutdown_transport();  // also ends the CTRL-C delivery; must not hang
+  EXPECT_EQ(nullptr, log_file());
+  EXPECT_EQ(nullptr, inquiry_buffer);
+  EXPECT_EQ(nullptr, no_data_buffer);
 }
 
 }  // namespace
