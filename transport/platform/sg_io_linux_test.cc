@@ -42,7 +42,7 @@ class LinuxCommands : public ::testing::Test {
     request.target_id = 3;
     request.lun = 0;
     request.cdb_length = static_cast<uint8_t>(cdb.size());
-    std::memcpy(request.cdb, cdb.data(), cdb.size() < 16 ? cdb.size() : 16);
+    if (!cdb.empty()) std::memcpy(request.cdb, cdb.data(), cdb.size() < 16 ? cdb.size() : 16);
     request.direction = direction;
     request.data = buffer;
     request.data_length = length;
