@@ -1,6 +1,7 @@
 #include "vtape/description.h"
 
 #include <cctype>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -36,10 +37,21 @@ int digit_value(char c) {
   return 99;
 }
 
-int base_of_letter(char c) {
-  switch (std::tolower(static_cast<unsigned char>(c))) {
+unsigned suffix_base(char c) {
+  switch (c) {
+    case 'o': case 'O': return 8;
+    case 'h': case 'H': return 16;
+    case 'b': case 'B': return 2;
+    case 'd': case 'D': return 10;
+    default: return 0;
+  }
+}
+
+unsigned prefix_base(const char* text) {
+  if (text[0] != '0') return 0;
+  switch (text[1]) {
     case 'o': return 8;
-    case 'x': case 'h': return 16;
+    case 'x': return 16;
     case 'b': return 2;
     case 'd': return 10;
     default: return 0;
@@ -48,19 +60,19 @@ int base_of_letter(char c) {
 
 }  // namespace
 
+// The same reading as the option parser's parse_number, but strict.
 int read_description_number(const char* text, uint64_t* value) {
   size_t length = std::strlen(text);
+  if (length == 0) return -1;
   unsigned base = 10;
-  if (length > 2 && text[0] == '0' && base_of_letter(text[1]) != 0 && text[1] != 'h' &&
-      text[1] != 'H') {
-    base = static_cast<unsigned>(base_of_letter(text[1]));
+  if (std::strcmp(text, "0b") == 0 || std::strcmp(text, "0d") == 0) {
+    base = 16;  // a hexadecimal digit behind a zero, not a prefix
+  } else if (unsigned prefixed = prefix_base(text); prefixed != 0) {
+    base = prefixed;
     text += 2;
     length -= 2;
-  } else if (length > 1 && base_of_letter(text[length - 1]) != 0 && text[length - 1] != 'x' &&
-             text[length - 1] != 'X') {
-    // A trailing 'b' or 'd' is a suffix only when it cannot be a hex digit of
-    // a number that already has a suffix; "1bh" is hexadecimal 0x1B.
-    base = static_cast<unsigned>(base_of_letter(text[length - 1]));
+  } else if (unsigned suffixed = suffix_base(text[length - 1]); suffixed != 0) {
+    base = suffixed;
     length -= 1;
   }
   if (length == 0) return -1;
