@@ -37,11 +37,18 @@ PlatformHandle open_vtape() {
 
 Answer send_cdb(PlatformHandle handle, std::initializer_list<uint8_t> cdb, uint8_t* data,
                 uint32_t length, DataDirection direction) {
+  return send_cdb_to(handle, test_settings.bus_number, test_settings.scsi_id, test_settings.lun,
+                     cdb, data, length, direction);
+}
+
+Answer send_cdb_to(PlatformHandle handle, uint8_t bus, uint8_t target, uint8_t lun,
+                   std::initializer_list<uint8_t> cdb, uint8_t* data, uint32_t length,
+                   DataDirection direction) {
   uint8_t no_data = 0;
   PassThroughRequest request{};
-  request.path_id = test_settings.bus_number;
-  request.target_id = test_settings.scsi_id;
-  request.lun = test_settings.lun;
+  request.path_id = bus;
+  request.target_id = target;
+  request.lun = lun;
   request.cdb_length = static_cast<uint8_t>(cdb.size());
   unsigned i = 0;
   for (uint8_t byte : cdb) request.cdb[i++] = byte;

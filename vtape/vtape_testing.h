@@ -36,9 +36,12 @@ int configure_vtape(const std::string& description);
 // Opens the adapter device of the drive; the handle or kInvalidPlatformHandle.
 PlatformHandle open_vtape();
 
-// Sends one CDB to the configured address (LUN from the settings).
+// Sends one CDB to the address of the settings, or to bus, target and LUN.
 Answer send_cdb(PlatformHandle handle, std::initializer_list<uint8_t> cdb, uint8_t* data = nullptr,
                 uint32_t length = 0, DataDirection direction = DataDirection::in);
+Answer send_cdb_to(PlatformHandle handle, uint8_t bus, uint8_t target, uint8_t lun,
+                   std::initializer_list<uint8_t> cdb, uint8_t* data, uint32_t length,
+                   DataDirection direction);
 
 // Configures, opens and clears the power-on unit attention; the handle.
 PlatformHandle ready_vtape(const std::string& description = "");
