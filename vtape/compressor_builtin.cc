@@ -22,5 +22,7 @@ uint32_t compressed_size(const uint8_t* data, uint32_t length) {
   }
   uint64_t entropy_coded = static_cast<uint64_t>(bits / 8.0) + 16;
   uint64_t size = run_coded < entropy_coded ? run_coded : entropy_coded;
-  return size < length ? static_cast<uint32_t>(size) : length;
+  // A record that would hardly shrink is stored as it is, as drives do.
+  if (size + length / 64 >= length) return length;
+  return static_cast<uint32_t>(size);
 }

@@ -121,6 +121,13 @@ TEST(VtapeDescription, BadLinesNameTheFileTheLineAndTheKey) {
   }
 }
 
+TEST(VtapeDescription, WindowsLineEndsAndBlanksAroundValuesAreAccepted) {
+  ReadResult r = read_text("compression = off\r\n\tvendor=ACME  \r\n# end\r\n");
+  ASSERT_EQ(0, r.result) << r.errors;
+  EXPECT_FALSE(r.description.compression);
+  EXPECT_STREQ("ACME", r.description.vendor);
+}
+
 TEST(VtapeDescription, MissingFileIsAnError) {
   OutputCapture capture;
   VtapeDescription d;

@@ -154,7 +154,7 @@ TEST(VtapeDevice, LogSenseCountsHostAndTapeBytes) {
   for (int i = 0; i < 16; ++i) write_bytes(h, noise);  // 1 MB of noise
   EXPECT_EQ(2048, log_value(h, 0x32, 4));  // KB written by the host
   int64_t to_tape = log_value(h, 0x32, 12);
-  EXPECT_GT(to_tape, 1024);   // the noise does not compress
+  EXPECT_GE(to_tape, 1024);   // the noise does not compress
   EXPECT_LT(to_tape, 1100);   // the zeros nearly vanish
   EXPECT_EQ(0, log_value(h, 0x32, 20));
   EXPECT_EQ(204, log_value(h, 0x02, 20));  // KB rewritten: 10 % of 2048 KB
