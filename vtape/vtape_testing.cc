@@ -1,5 +1,7 @@
 #include "vtape/vtape_testing.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <filesystem>
 
@@ -13,7 +15,11 @@ int32_t Answer::information() const {
 }
 
 std::string write_temp_file(const std::string& name, const std::string& text) {
-  std::string path = (std::filesystem::temp_directory_path() / name).string();
+  // Named after the running test: CTest runs tests in parallel processes.
+  const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+  std::string prefix =
+      test != nullptr ? std::string(test->test_suite_name()) + "." + test->name() + "." : "";
+  std::string path = (std::filesystem::temp_directory_path() / (prefix + name)).string();
   FILE* file = std::fopen(path.c_str(), "wb");
   if (file != nullptr) {
     std::fwrite(text.data(), 1, text.size(), file);

@@ -26,7 +26,8 @@ struct Answer {
   int32_t information() const;
 };
 
-// Writes `text` to a fresh file and returns its path.
+// Writes `text` to a file of the temporary directory whose name starts with
+// the running test's name, and returns its path.
 std::string write_temp_file(const std::string& name, const std::string& text);
 
 // Resets the settings (address 0,0,2,0) and configures the drive from
