@@ -70,7 +70,8 @@ int load_backing_file(const char* path, Cartridge* cartridge) {
   std::fclose(file);
   if (!ok) {
     erase_cartridge(cartridge);
-    error_printf("ERROR: virtual tape backing file \"%s\" is damaged or not a virtual tape\n", path);
+    error_printf("ERROR: virtual tape backing file \"%s\" is damaged or not a virtual tape\n",
+                 path);
     return -1;
   }
   return 0;

@@ -96,10 +96,11 @@ void truncate_at_position(Cartridge* c) {
     tail.block_length = run.block_length;
     tail.blocks_per_unit = loose_blocks;
     tail.units = 1;
-    tail.unit_tape_bytes = static_cast<uint32_t>(
-        static_cast<uint64_t>(run.unit_tape_bytes) * loose_blocks / run.blocks_per_unit);
-    tail.data.assign(run.data.begin(),
-                     run.data.begin() + static_cast<std::ptrdiff_t>(loose_blocks) * run.block_length);
+    tail.unit_tape_bytes = static_cast<uint32_t>(static_cast<uint64_t>(run.unit_tape_bytes) *
+                                                 loose_blocks / run.blocks_per_unit);
+    tail.data.assign(
+        run.data.begin(),
+        run.data.begin() + static_cast<std::ptrdiff_t>(loose_blocks) * run.block_length);
   }
   c->runs.resize(keep);
   if (loose_blocks > 0) c->runs.push_back(std::move(tail));

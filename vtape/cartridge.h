@@ -17,11 +17,11 @@
 
 struct TapeRun {
   bool filemark;
-  uint32_t block_length;     // bytes of each record; 0 for filemarks
-  uint32_t blocks_per_unit;  // records of one unit; 1 for filemarks
-  uint64_t units;            // how often the unit repeats
-  uint32_t unit_tape_bytes;  // bytes one unit takes on tape (after compression)
-  std::vector<uint8_t> data; // the unit: blocks_per_unit * block_length bytes
+  uint32_t block_length;      // bytes of each record; 0 for filemarks
+  uint32_t blocks_per_unit;   // records of one unit; 1 for filemarks
+  uint64_t units;             // how often the unit repeats
+  uint32_t unit_tape_bytes;   // bytes one unit takes on tape (after compression)
+  std::vector<uint8_t> data;  // the unit: blocks_per_unit * block_length bytes
 };
 
 struct Cartridge {
@@ -69,8 +69,8 @@ bool repeats_last_unit(const Cartridge& cartridge, const uint8_t* data, uint32_t
 // moves the position after it: a repeat (as repeats_last_unit found) only
 // counts up the last run, otherwise the unit is copied into a new run.
 // `unit_tape_bytes` is its size on tape.
-void append_unit(Cartridge* cartridge, const uint8_t* data, uint32_t block_length,
-                 uint32_t blocks, uint32_t unit_tape_bytes, bool repeat);
+void append_unit(Cartridge* cartridge, const uint8_t* data, uint32_t block_length, uint32_t blocks,
+                 uint32_t unit_tape_bytes, bool repeat);
 void append_filemarks(Cartridge* cartridge, uint64_t count);
 
 // Tape bytes of everything before the position.

@@ -12,8 +12,7 @@ using CommandHandler = void (*)(VirtualDrive* drive, const PassThroughRequest& r
                                 CommandAnswer* answer);
 
 // Carries out one CDB addressed to the drive's own logical unit.
-void execute_command(VirtualDrive* drive, const PassThroughRequest& request,
-                     CommandAnswer* answer);
+void execute_command(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer* answer);
 
 // Answer of a logical unit that does not exist behind the drive's target:
 // Inquiry data with qualifier 3 / type 1Fh, ILLEGAL REQUEST 25/00 otherwise.

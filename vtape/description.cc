@@ -39,22 +39,36 @@ int digit_value(char c) {
 
 unsigned suffix_base(char c) {
   switch (c) {
-    case 'o': case 'O': return 8;
-    case 'h': case 'H': return 16;
-    case 'b': case 'B': return 2;
-    case 'd': case 'D': return 10;
-    default: return 0;
+    case 'o':
+    case 'O':
+      return 8;
+    case 'h':
+    case 'H':
+      return 16;
+    case 'b':
+    case 'B':
+      return 2;
+    case 'd':
+    case 'D':
+      return 10;
+    default:
+      return 0;
   }
 }
 
 unsigned prefix_base(const char* text) {
   if (text[0] != '0') return 0;
   switch (text[1]) {
-    case 'o': return 8;
-    case 'x': return 16;
-    case 'b': return 2;
-    case 'd': return 10;
-    default: return 0;
+    case 'o':
+      return 8;
+    case 'x':
+      return 16;
+    case 'b':
+      return 2;
+    case 'd':
+      return 10;
+    default:
+      return 0;
   }
 }
 
@@ -97,9 +111,10 @@ struct LineContext {
 };
 
 int bad_value(const LineContext& at, const char* value, const char* expected) {
-  error_printf("ERROR: virtual tape description \"%s\" line %u: bad value \"%s\" for key \"%s\" "
-               "(expected %s)\n",
-               at.path, at.line, value, at.key, expected);
+  error_printf(
+      "ERROR: virtual tape description \"%s\" line %u: bad value \"%s\" for key \"%s\" "
+      "(expected %s)\n",
+      at.path, at.line, value, at.key, expected);
   return -1;
 }
 
@@ -116,8 +131,7 @@ int number_in(const LineContext& at, const char* value, uint64_t low, uint64_t h
   return 0;
 }
 
-int number32(const LineContext& at, const char* value, uint64_t low, uint64_t high,
-             uint32_t* out) {
+int number32(const LineContext& at, const char* value, uint64_t low, uint64_t high, uint32_t* out) {
   uint64_t number = 0;
   if (number_in(at, value, low, high, &number) != 0) return -1;
   *out = static_cast<uint32_t>(number);
@@ -210,7 +224,8 @@ int apply_key(const LineContext& at, const char* v, VtapeDescription* d) {
   if (std::strcmp(k, "medium") == 0) return choice(at, v, "loaded", "none", &d->medium_present);
   if (std::strcmp(k, "not_ready_polls") == 0)
     return number32(at, v, 0, 1000000, &d->not_ready_polls);
-  if (std::strcmp(k, "fail_write_at") == 0) return number_in(at, v, 0, UINT64_MAX, &d->fail_write_at);
+  if (std::strcmp(k, "fail_write_at") == 0)
+    return number_in(at, v, 0, UINT64_MAX, &d->fail_write_at);
   if (std::strcmp(k, "fail_read_at") == 0) return number_in(at, v, 0, UINT64_MAX, &d->fail_read_at);
   if (std::strcmp(k, "corrupt_read_at") == 0) return corrupt_spec(at, v, d);
   if (std::strcmp(k, "filemark_at_read") == 0)
@@ -245,9 +260,10 @@ int check_consistency(const char* path, const VtapeDescription& d) {
     return -1;
   }
   if (d.early_warning_mb >= d.capacity_mb) {
-    error_printf("ERROR: virtual tape description \"%s\": early_warning_mb must be below "
-                 "capacity_mb\n",
-                 path);
+    error_printf(
+        "ERROR: virtual tape description \"%s\": early_warning_mb must be below "
+        "capacity_mb\n",
+        path);
     return -1;
   }
   return 0;

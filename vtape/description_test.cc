@@ -95,18 +95,24 @@ TEST(VtapeDescription, BadLinesNameTheFileTheLineAndTheKey) {
     const char* error;  // after "ERROR: virtual tape description \"<path>\""
   } cases[] = {
       {"capacity_mb = 10\ncapacity = 5\n", " line 2: unknown key \"capacity\"\n"},
-      {"capacity_mb = 12x\n", " line 1: bad value \"12x\" for key \"capacity_mb\" (expected a "
-                              "number from 1 to 1099511627776)\n"},
-      {"compression = yes\n", " line 1: bad value \"yes\" for key \"compression\" (expected on "
-                              "or off)\n"},
-      {"\n# c\nvendor = MUCH TOO LONG\n", " line 3: bad value \"MUCH TOO LONG\" for key "
-                                          "\"vendor\" (expected at most 8 characters)\n"},
-      {"rewrite_percent = 101\n", " line 1: bad value \"101\" for key \"rewrite_percent\" "
-                                  "(expected a number from 0 to 100)\n"},
-      {"corrupt_read_at = 5\n", " line 1: bad value \"5\" for key \"corrupt_read_at\" "
-                                "(expected N:offset)\n"},
-      {"densities = 0x42 0\n", " line 1: bad value \"0x42 0\" for key \"densities\" (expected "
-                               "a list of up to 8 density codes from 1 to 255)\n"},
+      {"capacity_mb = 12x\n",
+       " line 1: bad value \"12x\" for key \"capacity_mb\" (expected a "
+       "number from 1 to 1099511627776)\n"},
+      {"compression = yes\n",
+       " line 1: bad value \"yes\" for key \"compression\" (expected on "
+       "or off)\n"},
+      {"\n# c\nvendor = MUCH TOO LONG\n",
+       " line 3: bad value \"MUCH TOO LONG\" for key "
+       "\"vendor\" (expected at most 8 characters)\n"},
+      {"rewrite_percent = 101\n",
+       " line 1: bad value \"101\" for key \"rewrite_percent\" "
+       "(expected a number from 0 to 100)\n"},
+      {"corrupt_read_at = 5\n",
+       " line 1: bad value \"5\" for key \"corrupt_read_at\" "
+       "(expected N:offset)\n"},
+      {"densities = 0x42 0\n",
+       " line 1: bad value \"0x42 0\" for key \"densities\" (expected "
+       "a list of up to 8 density codes from 1 to 255)\n"},
       {"held\n", " line 1: expected key = value\n"},
       {"medium =\n", " line 1: bad value \"\" for key \"medium\" (expected a value)\n"},
       {"min_block = 100\nmax_block = 10\n", ": min_block 100 is above max_block 10\n"},
@@ -142,10 +148,23 @@ TEST(VtapeDescription, NumbersFollowTheProgramsSyntaxStrictly) {
     int result;
     uint64_t value;
   } cases[] = {
-      {"100", 0, 100},   {"0x1F", 0, 31},   {"1Fh", 0, 31},  {"0o17", 0, 15}, {"17o", 0, 15},
-      {"0b101", 0, 5},   {"101b", 0, 5},    {"0d99", 0, 99}, {"99d", 0, 99},  {"0b", 0, 11},
-      {"0d", 0, 13},     {"12x", -1, 0},    {"", -1, 0},     {"0x", -1, 0},   {"-1", -1, 0},
-      {"1 2", -1, 0},    {"99999999999999999999", -1, 0},
+      {"100", 0, 100},
+      {"0x1F", 0, 31},
+      {"1Fh", 0, 31},
+      {"0o17", 0, 15},
+      {"17o", 0, 15},
+      {"0b101", 0, 5},
+      {"101b", 0, 5},
+      {"0d99", 0, 99},
+      {"99d", 0, 99},
+      {"0b", 0, 11},
+      {"0d", 0, 13},
+      {"12x", -1, 0},
+      {"", -1, 0},
+      {"0x", -1, 0},
+      {"-1", -1, 0},
+      {"1 2", -1, 0},
+      {"99999999999999999999", -1, 0},
   };
   for (const auto& c : cases) {
     uint64_t value = 0;

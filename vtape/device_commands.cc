@@ -133,8 +133,8 @@ void mode_select6(VirtualDrive* drive, const PassThroughRequest& request, Comman
   bool known_density = density == 0 || density == 0x7F;
   for (unsigned i = 0; i < d.density_count; ++i) known_density |= d.densities[i] == density;
   if (!known_density) return invalid_field_in_parameter_list(answer, 4);
-  uint32_t block_length = (static_cast<uint32_t>(list[9]) << 16) |
-                          (static_cast<uint32_t>(list[10]) << 8) | list[11];
+  uint32_t block_length =
+      (static_cast<uint32_t>(list[9]) << 16) | (static_cast<uint32_t>(list[10]) << 8) | list[11];
   if (block_length != 0 && (block_length < d.min_block || block_length > d.max_block))
     return invalid_field_in_parameter_list(answer, 9);
   if (density != 0 && density != 0x7F) drive->density_code = density;
@@ -179,7 +179,7 @@ void prevent_allow(VirtualDrive* drive, const PassThroughRequest& request, Comma
 // every page control; the parameter pointer selects the first parameter.
 void log_sense(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer* answer) {
   if (request.cdb[1] & 0x03) return invalid_field_in_cdb(answer, 1);  // PPC, SP
-  if (request.cdb[3] != 0) return invalid_field_in_cdb(answer, 3);   // subpages
+  if (request.cdb[3] != 0) return invalid_field_in_cdb(answer, 3);    // subpages
   uint8_t page[kLogPageCapacity];
   uint16_t first = static_cast<uint16_t>((request.cdb[5] << 8) | request.cdb[6]);
   unsigned length = build_log_page(*drive, request.cdb[2] & 0x3F, first, page);

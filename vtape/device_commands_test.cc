@@ -152,10 +152,10 @@ TEST(VtapeDevice, LogSenseCountsHostAndTapeBytes) {
   }
   for (int i = 0; i < 16; ++i) write_bytes(h, zeros);  // 1 MB of zeros
   for (int i = 0; i < 16; ++i) write_bytes(h, noise);  // 1 MB of noise
-  EXPECT_EQ(2048, log_value(h, 0x32, 4));  // KB written by the host
+  EXPECT_EQ(2048, log_value(h, 0x32, 4));              // KB written by the host
   int64_t to_tape = log_value(h, 0x32, 12);
-  EXPECT_GE(to_tape, 1024);   // the noise does not compress
-  EXPECT_LT(to_tape, 1100);   // the zeros nearly vanish
+  EXPECT_GE(to_tape, 1024);  // the noise does not compress
+  EXPECT_LT(to_tape, 1100);  // the zeros nearly vanish
   EXPECT_EQ(0, log_value(h, 0x32, 20));
   EXPECT_EQ(204, log_value(h, 0x02, 20));  // KB rewritten: 10 % of 2048 KB
   EXPECT_EQ(3, log_value(h, 0x02, 4));     // records rewritten: 10 % of 32
@@ -164,7 +164,7 @@ TEST(VtapeDevice, LogSenseCountsHostAndTapeBytes) {
   for (int i = 0; i < 32; ++i) ASSERT_EQ(0, read_bytes(h, &buffer, 65536).status);
   EXPECT_EQ(2048, log_value(h, 0x32, 20));  // KB read by the host
   EXPECT_EQ(to_tape, log_value(h, 0x32, 28));
-  EXPECT_EQ(81, log_value(h, 0x03, 28));  // KB corrected: 4 % of 2048 KB
+  EXPECT_EQ(81, log_value(h, 0x03, 28));         // KB corrected: 4 % of 2048 KB
   EXPECT_EQ(2097152, log_value(h, 0x0C, 4, 8));  // bytes from the host, 8 bytes
 }
 

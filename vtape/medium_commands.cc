@@ -178,8 +178,9 @@ void write6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswe
   drive->modified = true;
   bool repeat = repeats_last_unit(tape, request.data, block, blocks);
   uint32_t tape_bytes = repeat ? tape.runs.back().unit_tape_bytes
-                        : d.compression ? compressed_size(request.data, static_cast<uint32_t>(bytes))
-                                        : static_cast<uint32_t>(bytes);
+                        : d.compression
+                            ? compressed_size(request.data, static_cast<uint32_t>(bytes))
+                            : static_cast<uint32_t>(bytes);
   if (tape.tape_bytes + tape_bytes > capacity_bytes(*drive)) {
     check_condition(answer, kSenseVolumeOverflow, 0x00, 0x02);
     set_end_of_medium(answer);

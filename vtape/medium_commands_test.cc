@@ -173,7 +173,7 @@ TEST(VtapeReadWrite, EarlyWarningIsNoSenseWithEomAndOverflowIsVolumeOverflow) {
   EXPECT_EQ(0x00, warning.asc());
   EXPECT_EQ(0x02, warning.ascq());
   EXPECT_EQ(512u * 1024, warning.transferred);
-  EXPECT_EQ(2, write_bytes(h, record).status);  // 2.5 MB, still written
+  EXPECT_EQ(2, write_bytes(h, record).status);   // 2.5 MB, still written
   EXPECT_EQ(0x0, write_bytes(h, record).key());  // 3 MB exactly
   Answer overflow = write_bytes(h, record);
   EXPECT_EQ(2, overflow.status);

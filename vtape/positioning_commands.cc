@@ -109,7 +109,7 @@ void read_position(VirtualDrive* drive, const PassThroughRequest& request, Comma
   if (service_action > 1) return invalid_field_in_cdb(answer, 1);  // long and extended forms
   const Cartridge& tape = drive->cartridge;
   uint8_t data[20] = {};
-  if (tape.object_number == 0) data[0] |= 0x80;  // BOP
+  if (tape.object_number == 0) data[0] |= 0x80;                                          // BOP
   if (tape_bytes_before_position(tape) >= early_warning_bytes(*drive)) data[0] |= 0x40;  // EOP
   if (tape.object_number > 0xFFFFFFFFu) data[0] |= 0x04;  // position beyond 32 bits: unknown
   uint32_t location = static_cast<uint32_t>(tape.object_number);

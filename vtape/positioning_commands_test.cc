@@ -28,8 +28,8 @@ TEST(VtapeSpace, StopsWhereTheStandardSays) {
     uint8_t code;
     int32_t count;
     int64_t end;
-    uint8_t key;    // 0 with status GOOD when ascq is 0
-    uint8_t ascq;   // 0 good, 1 filemark, 4 beginning of tape, 5 end of data
+    uint8_t key;   // 0 with status GOOD when ascq is 0
+    uint8_t ascq;  // 0 good, 1 filemark, 4 beginning of tape, 5 end of data
     int32_t residue;
   };
   const Case cases[] = {

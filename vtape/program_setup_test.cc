@@ -36,12 +36,14 @@ ProgramRun run_with_vtape(const std::string& description, const std::string& arg
 TEST(VtapeProgram, SetupFindsTheDriveAndPrintsItsIdentity) {
   ProgramRun run = run_with_vtape("vendor = ACME\nproduct = TAPE 9\nrevision = 0042\n",
                                   "/hanum 2 /bus 1 /tid 0Ah /lun 3");
-  EXPECT_NE(std::string::npos, run.screen.find("DRIVE PRODUCT ID ............ TAPE 9          \r\n"))
+  EXPECT_NE(std::string::npos,
+            run.screen.find("DRIVE PRODUCT ID ............ TAPE 9          \r\n"))
       << run.screen;
   EXPECT_NE(std::string::npos, run.screen.find("DRIVE VENDOR ID ............. ACME    \r\n"));
   EXPECT_NE(std::string::npos, run.screen.find("DRIVE FIRMWARE REVISION ..... 0042\r\n"));
   // Two Test Unit Ready and the Inquiry of setup, LUN 3 in byte 1.
-  EXPECT_EQ(0u, run.cdb_list.find(" 00 60 00 00 00 00\r\n 00 60 00 00 00 00\r\n 12 60 00 00 ff 00\r\n"))
+  EXPECT_EQ(0u,
+            run.cdb_list.find(" 00 60 00 00 00 00\r\n 00 60 00 00 00 00\r\n 12 60 00 00 ff 00\r\n"))
       << run.cdb_list;
 }
 

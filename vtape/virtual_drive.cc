@@ -32,8 +32,8 @@ void release(VirtualDrive& drive) { drive.busy.store(false); }
 uint32_t open_device(const char* device_name, PlatformHandle* handle) {
   VirtualDrive& drive = virtual_drive();
   char adapter_name[32];
-  std::snprintf(adapter_name, sizeof adapter_name, "\\\\.\\Scsi%u:",
-                static_cast<unsigned>(test_settings.host_adapter_number));
+  std::snprintf(adapter_name, sizeof adapter_name,
+                "\\\\.\\Scsi%u:", static_cast<unsigned>(test_settings.host_adapter_number));
   if (std::strcmp(device_name, adapter_name) != 0) return kErrorNotFound;
   if (drive.description.held) return kErrorSharingViolation;
   if (drive.open.exchange(true)) return kErrorSharingViolation;  // opened for exclusive use
@@ -118,8 +118,8 @@ void close_device(PlatformHandle device) {
 }
 
 const Platform kVirtualPlatform = {
-    "virtual tape drive", open_device, query_adapter, query_tape_address, pass_through,
-    close_device,         nullptr,
+    "virtual tape drive", open_device,  query_adapter, query_tape_address,
+    pass_through,         close_device, nullptr,
 };
 
 }  // namespace

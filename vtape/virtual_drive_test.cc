@@ -105,12 +105,14 @@ TEST(VtapePlatform, SenseComesBackWithTheCommand) {
   EXPECT_EQ(2, a.status);
   EXPECT_EQ(18, a.sense_length);
   const uint8_t expected[18] = {0x70, 0, 0x05, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x20, 0, 0, 0xC0, 0, 0};
-  EXPECT_EQ(std::vector<uint8_t>(expected, expected + 18), std::vector<uint8_t>(a.sense, a.sense + 18));
+  EXPECT_EQ(std::vector<uint8_t>(expected, expected + 18),
+            std::vector<uint8_t>(a.sense, a.sense + 18));
 }
 
 TEST(VtapeFaults, NthWriteAndReadFailAndCorrupt) {
-  PlatformHandle h = ready_vtape("fail_write_at = 2\nfail_read_at = 1\ncorrupt_read_at = 2:3\n"
-                                 "filemark_at_read = 3\n");
+  PlatformHandle h = ready_vtape(
+      "fail_write_at = 2\nfail_read_at = 1\ncorrupt_read_at = 2:3\n"
+      "filemark_at_read = 3\n");
   std::vector<uint8_t> record(8, 0x10);
   EXPECT_EQ(0, write_bytes(h, record).status);
   Answer failed = write_bytes(h, record);
@@ -165,8 +167,7 @@ TEST(VtapeBackingFile, DamagedFileIsAnError) {
   std::string path = write_temp_file("bftdtest_damaged.vtape", "not a tape");
   OutputCapture capture;
   EXPECT_EQ(-1, configure_vtape("backing_file = " + path + "\n"));
-  EXPECT_EQ("ERROR: virtual tape backing file \"" + path +
-                "\" is damaged or not a virtual tape\n",
+  EXPECT_EQ("ERROR: virtual tape backing file \"" + path + "\" is damaged or not a virtual tape\n",
             capture.errors());
   std::remove(path.c_str());
 }

@@ -115,8 +115,18 @@ Answer space(PlatformHandle h, uint8_t code, int32_t count) {
 Answer rewind_tape(PlatformHandle h) { return send_cdb(h, {0x01, 0, 0, 0, 0, 0}); }
 
 Answer select_block_mode(PlatformHandle h, uint8_t density, uint32_t block_length, bool pf) {
-  uint8_t list[12] = {0, 0, 0, 8, density, 0, 0, 0, 0,
-                      byte_of(block_length, 16), byte_of(block_length, 8), byte_of(block_length, 0)};
+  uint8_t list[12] = {0,
+                      0,
+                      0,
+                      8,
+                      density,
+                      0,
+                      0,
+                      0,
+                      0,
+                      byte_of(block_length, 16),
+                      byte_of(block_length, 8),
+                      byte_of(block_length, 0)};
   return send_cdb(h, {0x15, static_cast<uint8_t>(pf ? 0x10 : 0), 0, 0, 12, 0}, list, 12,
                   DataDirection::out);
 }
@@ -130,8 +140,8 @@ int64_t tape_position(PlatformHandle h) {
 
 int64_t log_value(PlatformHandle h, uint8_t page, unsigned offset, unsigned length) {
   uint8_t data[40] = {};
-  Answer a = send_cdb(h, {0x4D, 0, static_cast<uint8_t>(0x40 | page), 0, 0, 0, 0, 0, 40, 0}, data,
-                      40);
+  Answer a =
+      send_cdb(h, {0x4D, 0, static_cast<uint8_t>(0x40 | page), 0, 0, 0, 0, 0, 40, 0}, data, 40);
   if (a.error != 0 || a.status != 0 || (data[0] & 0x3F) != page || 4 + offset + length > 40) {
     return -1;
   }
