@@ -68,6 +68,10 @@ int fetch_counter_data(const DscEntry& entry, const uint8_t** data, uint32_t* av
     *available = kReadPositionBufferSize;
     return 0;
   }
+  if (std::strcmp(entry.command, "RSD") != 0) {
+    report_printf("ERROR: unknown drive status command \"%.3s\"\r\n", entry.command);
+    return -1;
+  }
   scsi_request_sense(kSenseAllocationLength);
   if (command_failed()) {
     print_unable("Request Sense");

@@ -47,6 +47,7 @@ struct Progress {
     megabytes += static_cast<uint32_t>(total / kBytesPerMb);
     bytes_in_mb = static_cast<uint32_t>(total % kBytesPerMb);
     screen_printf("%lu MB\r", static_cast<unsigned long>(megabytes));
+    flush_stream(screen_stream());  // a line without a line feed is not flushed by itself
   }
 };
 
