@@ -318,6 +318,18 @@ TEST(ConfigFile, ErrorsInsideTheFileEndTheParse) {
   EXPECT_EQ(0, p.result);
   EXPECT_EQ("", p.errors);
 
+  // An argument count holds at most 65534 tokens; more are refused, not cut.
+  std::string many;
+  for (int i = 0; i < 65535; ++i) many += "/uld\n";
+  directory.write_file("many.cfg", many);
+  p = parse({"/cfg", "many.cfg"});
+  EXPECT_EQ(-1, p.result);
+  EXPECT_EQ("ERROR: too many options in configuration file \"many.cfg\"\n", p.errors);
+  EXPECT_EQ(0, test_settings.unload_each_iteration);
+  directory.write_file("many.cfg", many.substr(5));
+  EXPECT_EQ(0, parse({"/cfg", "many.cfg"}).result);
+  EXPECT_EQ(1, test_settings.unload_each_iteration);
+
   directory.write_file("help.cfg", "/tid 4 /?\n");
   p = parse({"/cfg", "help.cfg", "/uld"});
   EXPECT_EQ(-1, p.result);

@@ -5,6 +5,7 @@
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "console/report_header.h"
+#include "drive_status/dsc_config.h"
 #include "engine/iterations.h"
 #include "engine/sizing.h"
 #include "run/options.h"
@@ -169,6 +170,7 @@ void reset_program_state() {
   if (output != nullptr) std::fclose(output);
   reset_settings();
   reset_option_parser();
+  reset_dsc_entries();
   reset_device_table();
   free_command_buffers();
   reset_scsi_transport();

@@ -133,7 +133,7 @@ void apply(const FakeReply& scripted, const PassThroughRequest& request, PassThr
   reply.error = scripted.error;
   reply.scsi_status = scripted.scsi_status;
   size_t sense_length = std::min<size_t>(scripted.sense.size(), 255);
-  std::memcpy(request.sense, scripted.sense.data(), sense_length);
+  if (sense_length > 0) std::memcpy(request.sense, scripted.sense.data(), sense_length);
   reply.sense_length = static_cast<uint8_t>(sense_length);
   size_t data_length = std::min<size_t>(scripted.data_in.size(), request.data_length);
   if (data_length > 0) std::memcpy(request.data, scripted.data_in.data(), data_length);
