@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -27,6 +28,9 @@ struct GoldenCase {
   bool with_dsc_file;            // the shipped bftdtest.dsc in the run directory
   int exit_code;
 };
+
+// Names the case in test listings instead of dumping its bytes.
+void PrintTo(const GoldenCase& c, std::ostream* os) { *os << c.name; }
 
 std::string golden_path(const std::string& file) {
   return std::string(BFTDTEST_SOURCE_DIR) + "/run/testdata/golden/" + file;
