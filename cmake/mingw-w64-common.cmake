@@ -16,6 +16,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+# pkg-config must answer for Windows libraries only, never with the build
+# machine's (a Linux -llz4 would not link into a Windows program).
+set(ENV{PKG_CONFIG_LIBDIR} /usr/${BFTDTEST_MINGW_TRIPLET}/lib/pkgconfig)
+set(ENV{PKG_CONFIG_PATH} "")
 
 # MinGW's own C99 printf family, so "%lu", "%llu", "%zu" and "%f" format as
 # they do on Linux (the Microsoft runtime's printf differs in places).
