@@ -6,5 +6,9 @@
 
 #include <cstdint>
 
-// May remove a suffix letter from `text` in place. `text` may be null.
+// Reads `text` as an unsigned 32-bit number (0 for null or empty text; a value
+// above 0xFFFFFFFF gives 0xFFFFFFFF). May remove a suffix letter from `text`
+// in place. When the digits stop before the end of the text it writes
+// "ERROR: illegal character(s) in number string\r\n" to the screen and the log
+// file and returns what was read up to there.
 uint32_t parse_number(char* text);

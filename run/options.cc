@@ -1,17 +1,413 @@
 #include "run/options.h"
 
-#include "console/log_output.h"
+#include <cstring>
+#include <new>
 
-// Placeholder until the option parser lands: every argument is refused, so a
-// run never starts on settings it did not read.
-int parse_options(uint16_t argument_count, char** arguments) {
-  if (argument_count > 1) {
-    error_printf("ERROR: invalid option on command line -- \"%s\"\n", arguments[1]);
+#include "console/log_output.h"
+#include "console/text_layout.h"
+#include "drive_status/dsc_config.h"
+#include "run/config_tokens.h"
+#include "run/number_syntax.h"
+#include "run/settings.h"
+
+namespace {
+
+constexpr size_t kConfigNameLength = 12;
+constexpr size_t kDscLabelLength = 82;
+constexpr unsigned kConfigLineLength = 256;
+constexpr int kConfigPieceLength = 258;  // a line with its CR LF
+
+// 1 while the options of a configuration file are parsed.
+uint8_t in_config_file = 0;
+
+// Copies at most `capacity` - 1 characters of `text` and terminates the copy:
+// the fixed text fields cut longer values.
+void copy_cut(char* destination, size_t capacity, const char* text) {
+  size_t length = std::strlen(text);
+  if (length > capacity - 1) length = capacity - 1;
+  std::memcpy(destination, text, length);
+  destination[length] = '\0';
+}
+
+// One option's view of the argument list: `next` is the first argument after
+// the option; a handler moves it past every value it uses.
+struct OptionCall {
+  char** arguments;
+  uint16_t count;
+  uint16_t next;
+};
+
+bool has_value(const OptionCall& call) { return call.next < call.count; }
+char* take_value(OptionCall& call) { return call.arguments[call.next++]; }
+uint32_t take_number(OptionCall& call) { return parse_number(take_value(call)); }
+
+int apply_config_file(OptionCall& call);
+
+int apply_output_file(OptionCall& call) {
+  copy_cut(test_settings.output_file_name, kFileNameCapacity, take_value(call));
+  test_settings.output_file_mode[0] = 'w';
+  return 0;
+}
+
+int apply_append_file(OptionCall& call) {
+  copy_cut(test_settings.output_file_name, kFileNameCapacity, take_value(call));
+  test_settings.output_file_mode[0] = 'a';
+  return 0;
+}
+
+int apply_cdb_list_file(OptionCall& call) {
+  copy_cut(test_settings.cdb_list_file_name, kFileNameCapacity, take_value(call));
+  test_settings.cdb_list_enabled = 1;
+  return 0;
+}
+
+int apply_pattern_file(OptionCall& call) {
+  copy_cut(test_settings.pattern_file_name, kFileNameCapacity, take_value(call));
+  test_settings.data_pattern_type = 2;
+  return 0;
+}
+
+int apply_random_pattern(OptionCall& call) {
+  test_settings.data_pattern_type = 1;
+  if (has_value(call) && call.arguments[call.next][0] == 'r') {
+    test_settings.random_pattern_repeats = 1;
+    ++call.next;
+  }
+  return 0;
+}
+
+int apply_host_adapter(OptionCall& call) {
+  test_settings.host_adapter_number = static_cast<uint8_t>(take_number(call));
+  return 0;
+}
+
+int apply_bus(OptionCall& call) {
+  test_settings.bus_number = static_cast<uint8_t>(take_number(call));
+  return 0;
+}
+
+int apply_target_id(OptionCall& call) {
+  test_settings.scsi_id = static_cast<uint8_t>(take_number(call));
+  return 0;
+}
+
+int apply_lun(OptionCall& call) {
+  test_settings.lun = static_cast<uint8_t>(take_number(call));
+  return 0;
+}
+
+int apply_density(OptionCall& call) {
+  test_settings.density_code = static_cast<uint8_t>(take_number(call));
+  return 0;
+}
+
+int apply_loop(OptionCall& call) {
+  test_settings.iterations = static_cast<uint16_t>(take_number(call));
+  return 0;
+}
+
+int apply_megabytes(OptionCall& call) {
+  test_settings.total_megabytes = static_cast<double>(take_number(call));
+  return 0;
+}
+
+int apply_interval(OptionCall& call) {
+  test_settings.interval_megabytes = static_cast<double>(take_number(call));
+  test_settings.interval_given = 1;
+  return 0;
+}
+
+int apply_block_size(OptionCall& call) {
+  char* value = take_value(call);
+  if (std::strcmp(value, "ms") == 0) {
+    test_settings.block_size_from_mode_sense = 1;
+  } else {
+    // A later block size overrides an earlier "ms", as later options do.
+    test_settings.block_size_from_mode_sense = 0;
+    test_settings.logical_block_size = parse_number(value);
+  }
+  return 0;
+}
+
+int apply_max_transfer(OptionCall& call) {
+  test_settings.max_transfer_length = take_number(call);
+  return 0;
+}
+
+int apply_drive_status(OptionCall& call) {
+  char label[kDscLabelLength + 1];
+  copy_cut(label, sizeof label, take_value(call));
+  label[std::strcspn(label, "\r\n")] = '\0';
+  if (has_value(call) && call.arguments[call.next][0] != '/') {
+    test_settings.status_delay_ms = static_cast<uint16_t>(take_number(call));
+  }
+  return load_drive_status_config(label);
+}
+
+int apply_unload(OptionCall&) {
+  test_settings.unload_each_iteration = 1;
+  return 0;
+}
+
+int apply_virtual_drive(OptionCall& call) {
+  test_settings.virtual_drive_enabled = 1;
+  if (has_value(call) && call.arguments[call.next][0] != '/') {
+    copy_cut(test_settings.virtual_drive_file_name, kFileNameCapacity, take_value(call));
+  }
+  return 0;
+}
+
+int apply_help(OptionCall&) {
+  print_help();
+  exit_code = 0;
+  return -1;
+}
+
+enum class ValueNeed { kNone, kRequired, kOptional };
+
+struct OptionSpec {
+  const char* name;
+  ValueNeed need;
+  int (*apply)(OptionCall& call);
+};
+
+// Tried in this order; names match in full and with case.
+constexpr OptionSpec kOptions[] = {
+    {"/cfg", ValueNeed::kRequired, apply_config_file},
+    {"/ofile", ValueNeed::kRequired, apply_output_file},
+    {"/afile", ValueNeed::kRequired, apply_append_file},
+    {"/cfile", ValueNeed::kRequired, apply_cdb_list_file},
+    {"/dfile", ValueNeed::kRequired, apply_pattern_file},
+    {"/drand", ValueNeed::kOptional, apply_random_pattern},
+    {"/hanum", ValueNeed::kRequired, apply_host_adapter},
+    {"/bus", ValueNeed::kRequired, apply_bus},
+    {"/tid", ValueNeed::kRequired, apply_target_id},
+    {"/lun", ValueNeed::kRequired, apply_lun},
+    {"/den", ValueNeed::kRequired, apply_density},
+    {"/loop", ValueNeed::kRequired, apply_loop},
+    {"/megs", ValueNeed::kRequired, apply_megabytes},
+    {"/sdint", ValueNeed::kRequired, apply_interval},
+    {"/lbsize", ValueNeed::kRequired, apply_block_size},
+    {"/maxtl", ValueNeed::kRequired, apply_max_transfer},
+    {"/dsc", ValueNeed::kRequired, apply_drive_status},
+    {"/uld", ValueNeed::kNone, apply_unload},
+    {"/vtape", ValueNeed::kOptional, apply_virtual_drive},
+    {"/?", ValueNeed::kNone, apply_help},
+};
+
+const OptionSpec* find_option(const char* argument) {
+  for (const OptionSpec& option : kOptions) {
+    if (std::strcmp(argument, option.name) == 0) return &option;
+  }
+  return nullptr;
+}
+
+// The configuration argument list: element 0 is an empty text, elements 1 to
+// count - 1 own their token copies.
+struct ConfigArguments {
+  char** list = nullptr;
+  uint16_t count = 0;
+};
+
+char empty_argument[1] = "";
+
+void release(ConfigArguments& arguments) {
+  if (arguments.list == nullptr) return;
+  for (uint16_t i = 1; i < arguments.count; ++i) delete[] arguments.list[i];
+  delete[] arguments.list;
+  arguments.list = nullptr;
+}
+
+// Counts and copies the file's tokens; 0, or -1 after its message.
+int load_config_arguments(FILE* file, const char* name, ConfigArguments& arguments) {
+  arguments.count = read_config_args(file, 0, nullptr);
+  if (arguments.count == 0) {
+    error_printf("ERROR: too many options in configuration file \"%s\"\n", name);
+    return -1;
+  }
+  if (std::ferror(file)) {
+    error_printf("ERROR: unable to read configuration file \"%s\"\n", name);
+    return -1;
+  }
+  arguments.list = new (std::nothrow) char*[arguments.count]();
+  if (arguments.list == nullptr) {
+    error_printf("ERROR: unable to allocate arg buffer pointers\n");
+    return -1;
+  }
+  arguments.list[0] = empty_argument;
+  uint16_t copied = read_config_args(file, 1, arguments.list, arguments.count);
+  if (copied == 0) return -1;  // the allocation message is written
+  if (copied != arguments.count) {
+    error_printf("ERROR: configuration file \"%s\" changed while being read\n", name);
     return -1;
   }
   return 0;
 }
 
-uint16_t read_config_args(FILE*, int, char**) { return 1; }
-void print_help() {}
-void reset_option_parser() {}
+int apply_config_file(OptionCall& call) {
+  char* value = take_value(call);
+  if (in_config_file) return 0;  // configuration files do not nest
+
+  char name[kConfigNameLength + 1];
+  copy_cut(name, sizeof name, value);
+  FILE* file = std::fopen(name, "rb");
+  if (file == nullptr) {
+    error_printf("ERROR: unable to open configuration file \"%s\" for input\n", name);
+    return -1;
+  }
+  in_config_file = 1;
+  ConfigArguments arguments;
+  int result = load_config_arguments(file, name, arguments);
+  if (result == 0) result = parse_options(arguments.count, arguments.list);
+  release(arguments);
+  std::fclose(file);
+  in_config_file = 0;
+  return result;
+}
+
+// The checks after the last option of the command line; each runs whatever
+// the result so far.
+int check_transfer_settings(int result) {
+  if (test_settings.max_transfer_length == 0) {
+    error_printf("ERROR: maximum write/read data transfer length must be greater than zero\n");
+    result = -1;
+  }
+  if (!test_settings.block_size_from_mode_sense &&
+      test_settings.logical_block_size > test_settings.max_transfer_length) {
+    error_printf("ERROR: logical block size cannot be greater than maximum write/read data\n");
+    error_printf("transfer length\n");
+    result = -1;
+  }
+  return result;
+}
+
+}  // namespace
+
+int parse_options(uint16_t argument_count, char** arguments) {
+  int result = 0;
+  uint16_t index = 1;
+  while (index < argument_count && result == 0) {
+    const char* argument = arguments[index];
+    const OptionSpec* option = find_option(argument);
+    if (option == nullptr) {
+      error_printf("ERROR: invalid option on command line -- \"%s\"\n", argument);
+      result = -1;
+      break;
+    }
+    OptionCall call{arguments, argument_count, static_cast<uint16_t>(index + 1)};
+    if (option->need == ValueNeed::kRequired && !has_value(call)) {
+      error_printf("ERROR: option \"%s\" needs a value\n", argument);
+      result = -1;
+      break;
+    }
+    result = option->apply(call);
+    index = call.next;
+  }
+  if (in_config_file == 0) result = check_transfer_settings(result);
+  return result;
+}
+
+uint16_t read_config_args(FILE* file, int mode, char** arguments, uint16_t capacity) {
+  std::rewind(file);
+  uint32_t counter = 0;
+  char line[kConfigPieceLength + 1];
+  while (std::fgets(line, sizeof line, file) != nullptr) {
+    clean_config_line(line);
+    char* cursor = line;
+    char* token = next_config_token(&cursor);
+    if (token == nullptr || token[0] != '/') continue;
+    for (; token != nullptr; token = next_config_token(&cursor)) {
+      ++counter;
+      if (counter >= UINT16_MAX) return 0;  // the count + 1 must fit
+      if (mode != 1 || counter >= capacity) continue;
+      size_t size = std::strlen(token) + 1;
+      char* copy = new (std::nothrow) char[size];
+      if (copy == nullptr) {
+        error_printf("ERROR: unable to allocate arg buffer\n");
+        return 0;
+      }
+      std::memcpy(copy, token, size);
+      arguments[counter] = copy;
+    }
+  }
+  return static_cast<uint16_t>(counter + 1);
+}
+
+void print_help() {
+  FILE* screen = screen_stream();
+  print_title({screen}, kProgramTitle);
+  screen_printf("\nPROGRAM USAGE:\n\n  bftdtest.exe [command line options]\n");
+  screen_printf("\nCOMMAND LINE OPTIONS:\n\n");
+  static const char* const kOptionLines[] = {
+      "  /cfg <file>\t\tcommand line option configuration file\n",
+      "  /ofile <file>\t\toutput file name\n",
+      "  /afile <file>\t\toutput file name (append)\n",
+      "  /cfile <file>\t\tcreate CDB list file\n",
+      "  /dfile <file>\t\tinput file name for user-defined data pattern\n",
+      "  /drand ['r']\t\tuse (repeating) pseudo-random data pattern\n",
+      "  /hanum <value>\thost adapter number\n",
+      "  /bus <value>\t\thost adapter bus number\n",
+      "  /tid <value>\t\ttape drive SCSI id\n",
+      "  /lun <value>\t\ttape drive logical unit number\n",
+      "  /den <value>\t\ttape drive density code\n",
+      "  /loop <value>\t\tnumber of test iterations to perform\n",
+      "  /megs <value>\t\tamount of data to write/read (in MB)\n",
+      "  /sdint <value>\tstatus display interval (number of MB)\n",
+      "  /lbsize <value|\"ms\">\tlogical block size (in bytes or from \"mode sense\")\n",
+      "  /maxtl <value>\tmaximum write/read data transfer length (in bytes)\n",
+      "  /dsc <label> [delay]\tdrive status configuration label (see \"bftdtest.dsc\")\n",
+      "  /uld\t\t\tunload/reload drive after each test iteration\n",
+      "  /vtape [file]\t\tuse the built-in virtual tape drive\n",
+      "  /?\t\t\tthis help screen\n",
+  };
+  for (const char* text : kOptionLines) screen_printf("%s", text);
+
+  screen_printf("\nDEFAULT TEST SETTINGS:\n\n");
+  screen_printf("  output file name\t\t\t\t= \"%s\"\n", test_settings.output_file_name);
+  screen_printf("  host adapter number\t\t\t\t= %u\n", test_settings.host_adapter_number);
+  screen_printf("  host adapter bus number\t\t\t= %u\n", test_settings.bus_number);
+  screen_printf("  tape drive SCSI id\t\t\t\t= %X\n", test_settings.scsi_id);
+  screen_printf("  tape drive density code\t\t\t= 0x%02X\n", test_settings.density_code);
+  screen_printf("  number of test iterations to perform\t\t= %u\n", test_settings.iterations);
+  screen_printf("  amount of data to write/read\t\t\t= %.3f MB\n", test_settings.total_megabytes);
+  screen_printf("  status display interval\t\t\t= once per iteration\n");
+  screen_printf("  logical block size\t\t\t\t= 0x%lX bytes\n",
+                static_cast<unsigned long>(test_settings.logical_block_size));
+  screen_printf("  maximum write/read data transfer length\t= 0x%lX bytes\n",
+                static_cast<unsigned long>(test_settings.max_transfer_length));
+
+  screen_printf("\nPROGRAM NOTES:\n\n");
+  screen_printf("  This \"CV\" version of the program is for customers.\n\n");
+  screen_printf(
+      "  All <value> parameters can be represented in hexadecimal or decimal.  Any\n"
+      "  hexadecimal <value> must have an 'h' appended to it or a \"0x\" preceding it.\n\n");
+  screen_printf(
+      "  The \"/cfg\" option allows the user to use a configuration file for setting\n"
+      "  command line options rather than using the command line.  Any line that does\n"
+      "  not start with a '/' character will be ignored.  Any line that does start\n"
+      "  with a '/' character will be considered a line with valid options.  Multiple\n"
+      "  options can be on one line and options can be spread across multiple lines.\n");
+  screen_printf("  The maximum line length can be up to %u characters.  There is no default\n",
+                kConfigLineLength);
+  screen_printf("  configuration file.\n\n");
+  screen_printf(
+      "  If both the \"/dfile\" and \"/drand\" options are not used, the default data\n"
+      "  pattern will be null data.  Both options should not be used at the same time.\n\n");
+  screen_printf(
+      "  The \"/drand\" optional parameter 'r' is for making the pseudo-random data\n"
+      "  pattern repeat for every logical block written/read.  This parameter will\n"
+      "  be ignored when using variable block mode.\n\n");
+  screen_printf(
+      "  The \"/sdint\" option allows the user to display status information during each\n"
+      "  test iteration at a specified interval.  The interval <value> supplied will\n"
+      "  be interpreted as a megabyte interval.\n\n");
+  screen_printf(
+      "  The \"/uld\" option will tell the program to unload then reload the drive after\n"
+      "  each test iteration performed.\n\n");
+  screen_printf(
+      "  Note that some host adapter drivers cannot handle large transfers.  If there\n"
+      "  are Win32 SRB status errors while writing or reading, try using the \"/maxtl\"\n"
+      "  option to reduce the size of the CDB transfer.\n\n");
+}
+
+void reset_option_parser() { in_config_file = 0; }

@@ -1,15 +1,31 @@
-// The command line and the `/cfg` configuration file.
+// The command line and the `/cfg` configuration file: the option table, the
+// configuration file reader, the checks after the last option and the help
+// screen. Runs once, on the main thread, before anything is opened; every
+// message goes to the error stream and ends in "\n".
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 
-// 0 when the run may go on, non-zero after an error message or the help
-// screen (which also sets `exit_code` to 0).
+// Parses arguments[1 .. argument_count - 1] into `test_settings`; argument 0 is
+// never looked at. Stops at the first failing option. At the end of the
+// command line (not inside a configuration file) it also checks the maximum
+// transfer length and the block size. Returns 0 when the run may go on, -1
+// after an error message or after the help screen (which sets `exit_code` to
+// 0); a failing "bftdtest.dsc" load passes its own result on.
 int parse_options(uint16_t argument_count, char** arguments);
-// Reads the tokens of a configuration file; returns their count + 1. Mode 0
-// counts only, mode 1 also copies each token into arguments[1..].
-uint16_t read_config_args(FILE* file, int mode, char** arguments);
+
+// Reads every token of a configuration file, from its start, in pieces of 258
+// characters; only lines whose first token begins with '/' count. Mode 0
+// counts only. Mode 1 also allocates a copy of each token (new[]) into
+// arguments[1 ..], at most `capacity` - 1 of them; the caller frees them.
+// Returns the token count + 1, or 0 when there are more tokens than an
+// argument count can hold or a token copy cannot be allocated (mode 1 writes
+// "ERROR: unable to allocate arg buffer\n").
+uint16_t read_config_args(FILE* file, int mode, char** arguments, uint16_t capacity = 0);
+
+// Writes the help screen, with the current settings, to the screen.
 void print_help();
+
 // Back to the state before any parse (not inside a configuration file).
 void reset_option_parser();

@@ -1,23 +1,180 @@
 #include "run/run_sequence.h"
 
+#include <cstdio>
+
+#include "console/clock.h"
 #include "console/log_output.h"
+#include "console/report_header.h"
+#include "drive_status/dsc_config.h"
+#include "engine/iterations.h"
+#include "engine/sizing.h"
 #include "run/options.h"
 #include "run/settings.h"
+#include "tape/command_blocks.h"
+#include "tape/drive_operations.h"
+#include "transport/command_buffers.h"
+#include "transport/device_table.h"
+#include "transport/executor.h"
 #include "transport/platform/os.h"
+#include "transport/platform/platform.h"
+#include "transport/scsi_transport.h"
+#include "vtape/virtual_drive.h"
+
+namespace {
+
+// The CDB list file; the output file is the log file of the log output.
+FILE* cdb_list_file = nullptr;
+
+constexpr uint8_t kSequentialAccessDevice = 0x01;
+constexpr uint8_t kNoDeviceType = 0x1F;
+constexpr uint8_t kLogicalUnitNotSupported = 3;  // peripheral qualifier
+
+int open_report_files() {
+  bool failed = false;
+  FILE* output = std::fopen(test_settings.output_file_name, test_settings.output_file_mode);
+  if (output == nullptr) {
+    error_printf("ERROR: unable to open \"%s\" for output\n", test_settings.output_file_name);
+    failed = true;
+  } else {
+    set_log_file(output);
+  }
+  // Tried even when the output file failed, so both messages can appear.
+  if (test_settings.cdb_list_enabled != 0) {
+    cdb_list_file = std::fopen(test_settings.cdb_list_file_name, "wb");
+    if (cdb_list_file == nullptr) {
+      error_printf("ERROR: unable to open \"%s\" for CDB output\n",
+                   test_settings.cdb_list_file_name);
+      failed = true;
+    } else {
+      set_cdb_list_stream(cdb_list_file);
+    }
+  }
+  return failed ? -1 : 0;
+}
+
+int set_address() {
+  if (set_adapter(test_settings.host_adapter_number) != 0) return -1;
+  if (set_bus(test_settings.bus_number) != 0) return -1;
+  if (set_target_id(test_settings.scsi_id) != 0) return -1;
+  if (set_lun(test_settings.lun) != 0) return -1;
+  return 0;
+}
+
+int check_device_type() {
+  uint8_t type = inquiry_buffer[0] & 0x1F;
+  uint8_t qualifier = static_cast<uint8_t>(inquiry_buffer[0] >> 5);
+  if (type == kSequentialAccessDevice) return 0;
+  if (type == kNoDeviceType && qualifier == kLogicalUnitNotSupported) {
+    report_printf("ERROR: LUN %u is not supported by the device at SCSI id %X\n",
+                  static_cast<unsigned>(test_settings.lun),
+                  static_cast<unsigned>(test_settings.scsi_id));
+    return -1;
+  }
+  report_printf("ERROR: device at SCSI id %X LUN %u is not a sequential access device (type %02X)\n",
+                static_cast<unsigned>(test_settings.scsi_id),
+                static_cast<unsigned>(test_settings.lun), static_cast<unsigned>(type));
+  return -1;
+}
+
+// The platform that reaches the drive: the built-in virtual drive with
+// `/vtape`, else the operating system's. 0, or -1 after the drive's message.
+int choose_platform() {
+  if (test_settings.virtual_drive_enabled == 0) {
+    set_active_platform(nullptr);
+    return 0;
+  }
+  if (vtape_configure(test_settings.virtual_drive_file_name) == -1) return -1;
+  set_active_platform(vtape_platform());
+  return 0;
+}
+
+}  // namespace
 
 int run_program(int argc, char** argv) {
   os_init_console();
   if (parse_options(static_cast<uint16_t>(argc), argv) != 0) return exit_code;
-  // Not built yet: setup, report header, sizing, iterations and cleanup.
-  error_printf("ERROR: drive setup is not built yet\n");
+  if (choose_platform() != 0) return 1;
+  if (setup_run() == 0) {
+    print_report_header();
+    print_settings_summary();
+    if (size_test() == 0 && run_test_iterations() == 0) exit_code = 0;
+  }
+  cleanup_run();
   return exit_code;
 }
 
-int setup_run() { return -1; }
-void cleanup_run() {}
-void on_break(int) { os_exit_now(1); }
+int setup_run() {
+  hide_cursor();
+  if (open_report_files() != 0) return -1;
+  if (start_transport(on_break) != 0) return -1;
+  if (set_address() != 0) return -1;
+
+  scsi_test_unit_ready();
+  scsi_test_unit_ready();
+  if (scsi_transport.result.srb_status == kSrbStatusNoHandle) {
+    report_printf("ERROR: unable to access tape drive at SCSI id %X LUN %u\n",
+                  static_cast<unsigned>(test_settings.scsi_id),
+                  static_cast<unsigned>(test_settings.lun));
+    const Platform& platform = active_platform();
+    const char* detail =
+        platform.describe_last_error != nullptr ? platform.describe_last_error() : nullptr;
+    if (detail != nullptr && detail[0] != '\0') report_printf("%s\n", detail);
+    return -1;
+  }
+
+  scsi_inquiry(255);
+  if (check_device_type() != 0) return -1;
+  if (test_settings.block_size_from_mode_sense != 0) return read_block_mode();
+  return 0;
+}
+
+void cleanup_run() {
+  release_buffer(&data_buffer_1);
+  release_buffer(&data_buffer_2);
+  shutdown_transport();  // closes the output file
+  if (cdb_list_file != nullptr) {
+    set_cdb_list_stream(nullptr);
+    std::fclose(cdb_list_file);
+    cdb_list_file = nullptr;
+  }
+  show_cursor();
+}
+
+// Runs on the CTRL-C delivery thread while the test thread may be anywhere,
+// even inside a command that hangs in the drive. Sealing the output first
+// means no write is half done and the test thread writes nothing more; the
+// handles and files are then closed and the process ends at once. Memory is
+// left to the process exit rather than freed under the test thread.
+void on_break(int) {
+  seal_output();
+  close_device_handles();
+  FILE* output = log_file();
+  if (output != nullptr) {
+    std::fflush(output);
+    std::fclose(output);
+  }
+  if (cdb_list_file != nullptr) {
+    std::fflush(cdb_list_file);
+    std::fclose(cdb_list_file);
+  }
+  std::fflush(screen_stream());
+  show_cursor();
+  os_exit_now(1);
+}
 
 void reset_program_state() {
+  if (cdb_list_file != nullptr) std::fclose(cdb_list_file);
+  cdb_list_file = nullptr;
+  FILE* output = log_file();
+  set_log_file(nullptr);
+  if (output != nullptr) std::fclose(output);
   reset_settings();
   reset_option_parser();
+  reset_dsc_entries();
+  reset_device_table();
+  free_command_buffers();
+  reset_scsi_transport();
+  reset_executor();
+  reset_rw_buffer();
+  reset_drive_operations();
 }

@@ -4,7 +4,12 @@
 
 #include <cstdint>
 
-extern uint8_t* sense_buffer;          // 256 bytes
+// 256 bytes; also `scsi_transport.result.sense_data`. Written only by
+// execute_cdb (returned sense, or the data phase of a command that reads into
+// it, such as Request Sense) and cleared by the builders: the executor keeps
+// track of how much of it may be non-zero, so other writers must call
+// reset_executor() (executor.h) afterwards.
+extern uint8_t* sense_buffer;
 extern uint8_t* inquiry_buffer;        // 256 bytes
 extern uint8_t* mode_buffer;           // 256 bytes
 extern uint8_t* read_position_buffer;  // 20 bytes

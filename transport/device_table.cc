@@ -1,0 +1,209 @@
+#include "transport/device_table.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "console/clock.h"
+#include "console/log_output.h"
+#include "transport/command_buffers.h"
+#include "transport/platform/os.h"
+#include "transport/scsi_transport.h"
+
+DeviceEntry device_table[kDeviceTableSize];
+uint8_t device_count = 0;
+uint8_t open_handle_count = 0;
+
+namespace {
+
+constexpr unsigned kLastDeviceNumber = 254;
+// Adapters below this number are always tried; above it the first missing
+// adapter ends the scan.
+constexpr unsigned kAlwaysScannedAdapters = 10;
+constexpr uint8_t kSequentialAccessDevice = 0x01;
+constexpr uint8_t kMediumChangerDevice = 0x08;
+constexpr int32_t kAgeLimit = 100;
+constexpr int32_t kCloseBelowAge = -10;
+
+// Every record is referred to by at least one table slot, so the table's size
+// bounds the records a scan can make; they live in this pool and stay valid
+// until the next scan.
+DeviceHandle record_pool[kDeviceTableSize];
+unsigned record_count = 0;
+
+// Large enough for a full adapter; kept off the stack.
+AdapterInquiry adapter_inquiry;
+
+DeviceHandle* new_record(const char* name) {
+  if (record_count >= kDeviceTableSize) return nullptr;
+  DeviceHandle* record = &record_pool[record_count++];
+  std::snprintf(record->name, sizeof record->name, "%s", name);
+  record->handle = kInvalidPlatformHandle;
+  record->age = 0;
+  return record;
+}
+
+bool qualifies(const LogicalUnitInfo& unit) {
+  uint8_t type = unit.inquiry[0] & 0x1F;
+  return type == kSequentialAccessDevice || (type == kMediumChangerDevice && unit.claimed == 0);
+}
+
+void register_adapter_units(uint8_t adapter, const char* adapter_name) {
+  DeviceHandle* shared = nullptr;
+  for (unsigned i = 0; i < adapter_inquiry.unit_count && i < kMaxUnitsPerAdapter; ++i) {
+    const LogicalUnitInfo& unit = adapter_inquiry.units[i];
+    if (!qualifies(unit)) continue;
+    // A full table takes no more devices; the rest are ignored.
+    if (device_count >= kDeviceTableSize) return;
+    DeviceEntry& entry = device_table[device_count];
+    entry = DeviceEntry{adapter, unit.path_id, unit.target_id, unit.lun, nullptr};
+    if (unit.claimed == 0) {
+      if (shared == nullptr) shared = new_record(adapter_name);
+      entry.record = shared;
+    }
+    ++device_count;
+  }
+}
+
+void scan_adapters() {
+  const Platform& platform = active_platform();
+  for (unsigned number = 0; number <= kLastDeviceNumber; ++number) {
+    char name[32];
+    std::snprintf(name, sizeof name, "\\\\.\\Scsi%u:", number);
+    PlatformHandle handle = kInvalidPlatformHandle;
+    uint32_t error = platform.open_device(name, &handle);
+    if (error == kErrorSharingViolation) continue;
+    if (error != kErrorNone) {
+      if (number < kAlwaysScannedAdapters) continue;
+      return;
+    }
+    int queried = platform.query_adapter(handle, &adapter_inquiry);
+    platform.close_device(handle);
+    if (queried != 0) continue;
+    register_adapter_units(static_cast<uint8_t>(number), name);
+  }
+}
+
+void match_tape_device(const ScsiAddress& address, const char* tape_name) {
+  for (unsigned slot = 0; slot < device_count; ++slot) {
+    DeviceEntry& entry = device_table[slot];
+    if (entry.record != nullptr) continue;
+    if (entry.adapter != address.port_number || entry.bus != address.path_id ||
+        entry.target_id != address.target_id || entry.lun != address.lun) {
+      continue;
+    }
+    entry.record = new_record(tape_name);
+    return;
+  }
+}
+
+void scan_tape_devices() {
+  const Platform& platform = active_platform();
+  for (unsigned number = 0; number <= kLastDeviceNumber; ++number) {
+    char name[32];
+    std::snprintf(name, sizeof name, "\\\\.\\Tape%u", number);
+    PlatformHandle handle = kInvalidPlatformHandle;
+    uint32_t error = platform.open_device(name, &handle);
+    if (error == kErrorSharingViolation) continue;
+    if (error != kErrorNone) return;
+    ScsiAddress address{};
+    int queried = platform.query_tape_address(handle, &address);
+    platform.close_device(handle);
+    if (queried != 0) continue;
+    match_tape_device(address, name);
+  }
+}
+
+bool addressed(const DeviceEntry& entry) {
+  return entry.adapter == scsi_transport.adapter && entry.bus == scsi_transport.bus &&
+         entry.target_id == scsi_transport.target_id && entry.lun == scsi_transport.target_lun;
+}
+
+void close_record(DeviceHandle* record) {
+  active_platform().close_device(record->handle);
+  record->handle = kInvalidPlatformHandle;
+  if (open_handle_count > 0) --open_handle_count;
+}
+
+}  // namespace
+
+int scan_devices() {
+  close_device_handles();
+  device_count = 0;
+  open_handle_count = 0;
+  record_count = 0;
+  std::memset(device_table, 0, sizeof device_table);
+  scan_adapters();
+  scan_tape_devices();
+  return 0;
+}
+
+PlatformHandle get_device_handle() {
+  ScsiResult& result = scsi_transport.result;
+  result.win32_error = kErrorNotFound;
+  DeviceHandle* in_use = nullptr;
+  for (unsigned slot = 0; slot < device_count; ++slot) {
+    DeviceHandle* record = device_table[slot].record;
+    if (record == nullptr) continue;
+    if (addressed(device_table[slot])) {
+      if (record->handle == kInvalidPlatformHandle) {
+        PlatformHandle handle = kInvalidPlatformHandle;
+        uint32_t error = active_platform().open_device(record->name, &handle);
+        if (error != kErrorNone) {
+          result.win32_error = error;
+        } else {
+          record->handle = handle;
+          ++open_handle_count;
+        }
+      }
+      if (record->handle != kInvalidPlatformHandle) {
+        result.win32_error = kErrorNone;
+        in_use = record;
+        if (record->age < kAgeLimit) {
+          record->age = record->age < 0 ? open_handle_count : record->age + open_handle_count;
+        }
+      }
+    } else if (record->handle != kInvalidPlatformHandle) {
+      --record->age;
+      // The record just handed out stays open even when other slots of its
+      // adapter have aged it; it is closed once it is no longer addressed.
+      if (record->age < kCloseBelowAge && record != in_use) close_record(record);
+    }
+  }
+  return in_use != nullptr ? in_use->handle : kInvalidPlatformHandle;
+}
+
+void close_device_handles() {
+  for (unsigned slot = 0; slot < device_count; ++slot) {
+    DeviceHandle* record = device_table[slot].record;
+    if (record != nullptr && record->handle != kInvalidPlatformHandle) close_record(record);
+  }
+}
+
+int start_transport(void (*on_break)(int)) {
+  if (init_command_buffers() != 0) return -1;
+  if (scan_devices() != 0) return -1;
+  if (on_break != nullptr && os_install_break_handler(on_break) != 0) {
+    report_printf("WARNING: CTRL-C handler could not be installed\r\n");
+  }
+  return 0;
+}
+
+void shutdown_transport() {
+  close_device_handles();
+  os_remove_break_handler();
+  free_command_buffers();
+  FILE* output = log_file();
+  if (output != nullptr) {
+    set_log_file(nullptr);
+    std::fclose(output);
+  }
+  show_cursor();
+}
+
+void reset_device_table() {
+  close_device_handles();
+  std::memset(device_table, 0, sizeof device_table);
+  device_count = 0;
+  open_handle_count = 0;
+  record_count = 0;
+}
