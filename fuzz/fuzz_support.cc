@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "console/log_output.h"
@@ -47,6 +48,34 @@ void fuzz_write_file(const char* name, const uint8_t* data, size_t size) {
     std::perror(name);
     std::abort();
   }
+}
+
+// libFuzzer calls this once before it reads any input. The targets run in
+// their scratch directory, so every path on the fuzzer's command line (corpus
+// directories, dictionary, artifact prefix) is made absolute first.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+  static std::vector<std::string> texts;
+  static std::vector<char*> pointers;
+  static const char* const kPathFlags[] = {"-dict=", "-artifact_prefix=", "-exact_artifact_path=",
+                                           "-seed_inputs=", "-merge_control_file="};
+  for (int i = 0; i < *argc; ++i) {
+    std::string text = (*argv)[i];
+    if (i > 0 && !text.empty() && text[0] != '-') {
+      text = std::filesystem::absolute(text).string();
+    }
+    for (const char* flag : kPathFlags) {
+      size_t length = std::strlen(flag);
+      if (text.compare(0, length, flag) == 0 && text.size() > length) {
+        text = flag + std::filesystem::absolute(text.substr(length)).string();
+      }
+    }
+    texts.push_back(text);
+  }
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  *argv = pointers.data();
+  fuzz_prepare();
+  return 0;
 }
 
 std::vector<std::string> fuzz_split(const uint8_t* data, size_t size, char separator,

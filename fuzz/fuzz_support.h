@@ -24,5 +24,9 @@ void fuzz_write_file(const char* name, const uint8_t* data, size_t size);
 std::vector<std::string> fuzz_split(const uint8_t* data, size_t size, char separator,
                                     size_t limit);
 
+// Defined here for every target: makes the paths on the fuzzer's command line
+// absolute, then calls fuzz_prepare().
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+
 // Stops the fuzzer with a message when an invariant of the program is broken.
 void fuzz_check(bool condition, const char* what);

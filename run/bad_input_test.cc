@@ -56,7 +56,7 @@ TEST(BadInput, ReportFilesThatCannotBeOpenedEndTheRunBeforeAnythingIsSent) {
     open_directory_to_everyone(directory);
     make_read_only_file(directory, "read_only.out");
 
-    ChildEnd end = run_bftdtest_child(c.arguments, true);
+    ChildEnd end = run_bftdtest_child(c.arguments, {.unprivileged = true});
     ASSERT_TRUE(end.ended) << label;
     EXPECT_EQ(1, end.exit_code) << label;
     EXPECT_EQ(c.errors, end.errors) << label;

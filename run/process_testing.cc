@@ -5,6 +5,7 @@
 #include <grp.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -38,8 +39,8 @@ void record_status(int status, ChildEnd* end) {
 
 }  // namespace
 
-ChildEnd run_bftdtest_child(const std::vector<std::string>& arguments, bool unprivileged,
-                            int timeout_seconds) {
+ChildEnd run_bftdtest_child(const std::vector<std::string>& arguments,
+                            const ChildOptions& options) {
   std::vector<std::string> texts{BFTDTEST_EXE};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
   std::vector<char*> vector = argument_vector(texts);
@@ -49,7 +50,11 @@ ChildEnd run_bftdtest_child(const std::vector<std::string>& arguments, bool unpr
     int out = open("child_screen.txt", O_WRONLY | O_CREAT | O_TRUNC, 0644);
     int err = open("child_errors.txt", O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(127);
-    if (unprivileged && geteuid() == 0) {
+    if (options.address_space_limit != 0) {
+      rlimit limit{options.address_space_limit, options.address_space_limit};
+      if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(127);
+    }
+    if (options.unprivileged && geteuid() == 0) {
       constexpr uid_t kNobody = 65534;
       if (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0) _exit(127);
     }
@@ -57,7 +62,7 @@ ChildEnd run_bftdtest_child(const std::vector<std::string>& arguments, bool unpr
     _exit(127);
   }
   if (pid < 0) return end;
-  Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_seconds);
+  Clock::time_point deadline = Clock::now() + std::chrono::seconds(options.timeout_seconds);
   int status = 0;
   for (;;) {
     pid_t done = waitpid(pid, &status, WNOHANG);

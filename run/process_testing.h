@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -18,13 +19,21 @@ struct ChildEnd {
   std::string errors;    // standard error, byte for byte
 };
 
+struct ChildOptions {
+  // A test that runs as root runs the program as the user "nobody" (65534),
+  // so that file permissions apply to it.
+  bool unprivileged = false;
+  // The program's address space limit in bytes (0: none), so that a large
+  // allocation fails as on a machine without the memory.
+  size_t address_space_limit = 0;
+  int timeout_seconds = 120;
+};
+
 // Runs the program with `arguments` (argument 0 is added), standard output
 // and standard error into "child_screen.txt" and "child_errors.txt" of the
-// current directory, and waits at most `timeout_seconds`. With
-// `unprivileged`, a test that runs as root runs the program as the user
-// "nobody" (65534), so file permissions apply to it.
-ChildEnd run_bftdtest_child(const std::vector<std::string>& arguments, bool unprivileged = false,
-                            int timeout_seconds = 120);
+// current directory, and waits at most `options.timeout_seconds`.
+ChildEnd run_bftdtest_child(const std::vector<std::string>& arguments,
+                            const ChildOptions& options = {});
 
 // The program on a pseudo-terminal: its screen is line-buffered as on an
 // operator's console, so a test can watch the run's progress and interrupt
