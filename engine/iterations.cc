@@ -1,4 +1,146 @@
 #include "engine/iterations.h"
 
-// Placeholder until the test engine lands.
-int run_test_iterations() { return -1; }
+#include "console/clock.h"
+#include "console/log_output.h"
+#include "drive_status/collection.h"
+#include "drive_status/dsc_config.h"
+#include "engine/sizing.h"
+#include "engine/transfer_loops.h"
+#include "run/settings.h"
+#include "tape/command_blocks.h"
+#include "tape/drive_operations.h"
+#include "transport/scsi_transport.h"
+
+namespace {
+
+// The words that tell the write test from the read/compare test; the dot
+// leaders keep the figures of both tests in one column.
+struct TestKind {
+  uint16_t kind;  // for collect_drive_status: 0 write, 1 read
+  const char* name;
+  const char* doing;
+  const char* amount_label;
+  const char* commands_label;
+  const char* time_label;
+  const char* rate_label;
+};
+
+const TestKind kWriteTest = {
+    0,
+    "write",
+    "writing",
+    "written .........",
+    "write commands issued .....",
+    "write test ............",
+    "write transfer rate ........................",
+};
+const TestKind kReadTest = {
+    1,
+    "read/compare",
+    "reading/comparing",
+    "read/compared ...",
+    "read commands issued ......",
+    "read/compare test .....",
+    "read/compare transfer rate .................",
+};
+
+// One interval: announce, baseline, transfers, shortened-interval lines, time
+// and rate, drive status. 0 or -1.
+int run_interval(const TestKind& test, uint32_t number, uint8_t* end_of_medium) {
+  const char* date = date_string();
+  report_printf("%s test interval %lu of %lu (%s %s)\r\n", test.name, static_cast<unsigned long>(number),
+                static_cast<unsigned long>(test_plan.interval_count), date, time_string());
+  report_printf("%s %.3f MB of test data%s\r\n", test.doing, test_plan.megabytes_per_interval, "");
+  if (test_settings.drive_status_enabled && collect_drive_status(0, test.kind, 0.0) != 0) return -1;
+
+  uint32_t commands = test_plan.commands_per_interval;
+  double elapsed = 0.0;
+  int result = test.kind == 0
+                   ? run_write_loop(test_plan.blocks_per_command, &commands, &elapsed, end_of_medium)
+                   : run_read_compare_loop(test_plan.blocks_per_command, &commands, data_buffer_1,
+                                           &elapsed, end_of_medium);
+  if (result != 0) return -1;
+
+  double amount = test_plan.megabytes_per_interval;
+  if (commands != test_plan.commands_per_interval) {
+    amount = static_cast<double>(test_settings.max_transfer_length) * commands / kBytesPerMegabyte;
+    report_printf("  actual amount of test data %s %.3f MB\r\n", test.amount_label, amount);
+    report_printf("  actual number of %s %lu\r\n", test.commands_label,
+                  static_cast<unsigned long>(commands));
+  }
+  const double bytes = amount * kBytesPerMegabyte;
+  report_printf("  total time taken for %s %.2f SEC\r\n", test.time_label, elapsed);
+  report_printf("  %s %lu KB/SEC\r\n", test.rate_label,
+                static_cast<unsigned long>(transfer_rate_kb_per_second(amount, elapsed)));
+  if (test_settings.drive_status_enabled && collect_drive_status(1, test.kind, bytes) != 0) return -1;
+  flush_report_streams();
+  return 0;
+}
+
+int run_test(const TestKind& test) {
+  uint8_t end_of_medium = 0;
+  uint16_t filemark_step_pending = filemark_step;
+  set_rw_buffer(test.kind == 0 ? data_buffer_1 : data_buffer_2, test_settings.max_transfer_length);
+  for (uint32_t k = 1; k <= test_plan.interval_count; ++k) {
+    report_printf("\r\n");
+    if (filemark_step_pending) {
+      int step = test.kind == 0 ? write_two_filemarks(&end_of_medium)
+                                : space_two_filemarks(&end_of_medium);
+      if (step != 0) return -1;
+      if (end_of_medium) return 0;
+      if (filemark_step_pending == 1) filemark_step_pending = 0;
+    }
+    if (run_interval(test, k, &end_of_medium) != 0) return -1;
+    if (end_of_medium) break;
+  }
+  return 0;
+}
+
+const char* verdict(double percentage) { return percentage > percentage_limit ? "failed" : "passed"; }
+
+}  // namespace
+
+uint32_t transfer_rate_kb_per_second(double megabytes, double seconds) {
+  if (!(seconds > 0.0)) return 0;
+  double rate = megabytes * 1024.0 / seconds;
+  if (kilobyte_is_1000) rate *= 1.024;
+  // Over 4 TB/s cannot be measured with a millisecond clock; never wrap.
+  return rate >= 4294967295.0 ? 0xFFFFFFFFu : static_cast<uint32_t>(rate);
+}
+
+int run_write_test() { return run_test(kWriteTest); }
+
+int run_read_compare_test() { return run_test(kReadTest); }
+
+int run_test_iterations() {
+  if (rewind_enabled && rewind_tape() != 0) return -1;
+  if (set_block_mode() != 0) return -1;
+  const bool rwr = dsc_entries[kDscDrwr].selected != 0;
+  const bool ecc = dsc_entries[kDscDecc].selected != 0;
+  for (uint32_t n = 1; n <= test_settings.iterations; ++n) {
+    if (rwr || ecc) {
+      drive_status.max_rwr_percentage = 0.0;
+      drive_status.max_ecc_percentage = 0.0;
+    }
+    if (test_settings.iterations > 1) {
+      const char* date = date_string();
+      report_printf("\r\nTEST ITERATION %u (%s %s):\r\n", static_cast<unsigned>(n), date, time_string());
+    }
+    if (write_test_enabled && run_write_test() != 0) return -1;
+    if (rewind_enabled && rewind_tape() != 0) return -1;
+    if (read_test_enabled && run_read_compare_test() != 0) return -1;
+    if (rewind_enabled && rewind_tape() != 0) return -1;
+    if (rwr || ecc) report_printf("\r\n");
+    if (rwr) {
+      report_printf("maximum RWR percentage calculated ............ %.1f%% (%s)\r\n",
+                    drive_status.max_rwr_percentage, verdict(drive_status.max_rwr_percentage));
+    }
+    if (ecc) {
+      report_printf("maximum ECC percentage calculated ............ %.1f%% (%s)\r\n",
+                    drive_status.max_ecc_percentage, verdict(drive_status.max_ecc_percentage));
+    }
+    if (test_settings.unload_each_iteration && unload_reload() != 0) return -1;
+    flush_report_streams();
+  }
+  return 0;
+}

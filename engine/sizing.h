@@ -1,25 +1,44 @@
 // Test sizing: the amounts asked for become whole numbers of Write/Read
 // commands and status intervals, and the two data buffers are allocated.
+// One program-wide plan, written once by `size_test` before the first
+// iteration and only read afterwards.
 #pragma once
 
 #include <cstdint>
 
 struct TestPlan {
-  uint32_t block_unit;
-  uint32_t blocks_per_command;
-  uint32_t total_commands;
-  uint32_t commands_per_interval;
-  uint32_t interval_count;
+  uint32_t block_unit;             // logical block size, or 1 in variable block mode
+  uint32_t blocks_per_command;     // transfer length field of every Write/Read CDB
+  uint32_t total_commands;         // Write (and Read) commands of one test
+  uint32_t commands_per_interval;  // commands of one status interval
+  uint32_t interval_count;         // status intervals of one test
   double megabytes_per_interval;
 };
 
 extern TestPlan test_plan;
+// Buffer 1 holds the test pattern (source of every Write, reference of every
+// compare); buffer 2 receives every Read. Both `max_transfer_length` bytes,
+// page-aligned and zero-filled; null until allocated and after release.
 extern uint8_t* data_buffer_1;
 extern uint8_t* data_buffer_2;
 
+// The largest transfer length the 24-bit field of Write(6)/Read(6) holds.
+constexpr uint32_t kMaxBlocksPerCommand = 0xFFFFFF;
+
+// Cuts the transfer length and the amounts to whole blocks, commands and
+// intervals (with their WARNINGs), allocates both buffers and fills buffer 1
+// with the data pattern. 0, or -1 after its message (a plan that does not
+// fit the Write/Read command, no memory, no pattern).
 int size_test();
+// Splits the test into `/sdint` intervals; called by `size_test` only.
 void plan_status_intervals();
+// Both data buffers; 0, or -1 with its message and no buffer left allocated.
 int allocate_data_buffers();
+// Stores in *buffer page-aligned zero-filled memory of at least `size` bytes;
+// 0, or -1 (the pointer null) when there is no memory. Prints nothing.
 int allocate_buffer(uint8_t** buffer, uint32_t size);
-void release_buffer(uint8_t** buffer);  // frees and sets the pointer to null
+// Frees memory from `allocate_buffer` (none is skipped) and sets the pointer
+// to null, so a second release does nothing.
+void release_buffer(uint8_t** buffer);
+// Releases both buffers and clears the plan (tests).
 void reset_test_plan();

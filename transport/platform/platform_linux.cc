@@ -1,24 +1,408 @@
-// Linux platform (SCSI generic driver). Placeholder until SG_IO support
-// lands: no adapter or tape device is found, so every run ends with "unable to
-// access tape drive".
+// Linux platform: SCSI devices found in sysfs, commands sent with the SCSI
+// generic driver's SG_IO ioctl.
+//
+// Device names map onto Linux as follows:
+//   "\\.\ScsiH:"  adapter H (sys/class/scsi_host/hostH). Commands through it
+//                 go to /dev/sgN of the addressed unit, opened exclusively
+//                 (O_EXCL) at its first command and kept open until the
+//                 adapter handle is closed.
+//   "\\.\TapeN"   the st driver's non-rewinding node /dev/nstN; commands go
+//                 through SG_IO on that node. The st driver lets one process
+//                 open a tape at a time, so the open itself is exclusive.
+// The adapter's inquiry data lists a unit that no class driver claims (a
+// tape without st, a changer without ch) only when its sg node can be opened
+// for exclusive use, so that a unit the program cannot reach is not
+// registered and the run says "unable to access tape drive" for it, with the
+// reason in describe_last_error.
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "console/log_output.h"
 #include "transport/platform/platform.h"
+#include "transport/platform/platform_linux.h"
+#include "transport/platform/sg_io_linux.h"
+#include "transport/platform/sysfs_linux.h"
 
 namespace {
 
-uint32_t open_device(const char*, PlatformHandle* handle) {
-  *handle = kInvalidPlatformHandle;
-  return kErrorNotFound;
-}
-int query_adapter(PlatformHandle, AdapterInquiry*) { return -1; }
-int query_tape_address(PlatformHandle, ScsiAddress*) { return -1; }
-void pass_through(PlatformHandle, const PassThroughRequest&, PassThroughReply& reply) {
-  reply = PassThroughReply{kErrorNotFound, 0, 0, 0};
-}
-void close_device(PlatformHandle) {}
+int real_open(const char* path, int flags) { return ::open(path, flags); }
+int real_close(int fd) { return ::close(fd); }
+int real_ioctl(int fd, unsigned long request, void* argument) { return ::ioctl(fd, request, argument); }
 
-const Platform kLinuxPlatform = {"linux-sg", open_device, query_adapter, query_tape_address,
-                                 pass_through, close_device, nullptr};
+bool real_node_group(const char* path, char* name, size_t size) {
+  struct stat info;
+  if (::stat(path, &info) != 0) return false;
+  group entry;
+  group* found = nullptr;
+  char buffer[1024];
+  if (::getgrgid_r(info.st_gid, &entry, buffer, sizeof buffer, &found) != 0 || found == nullptr) return false;
+  std::snprintf(name, size, "%s", entry.gr_name);
+  return true;
+}
+
+const LinuxSystem kRealSystem = {real_open, real_close, real_ioctl, real_node_group};
+
+const LinuxSystem* sys = &kRealSystem;
+std::string root = "/";
+char note[512];  // operator advice about the last failed open of a device node
+
+// A device node below the root, and the same node as the operator knows it.
+struct NodePath {
+  std::string actual;
+  std::string shown;
+};
+
+NodePath node_path(const std::string& name) {
+  return {root_path(root, ("dev/" + name).c_str()), "/dev/" + name};
+}
+
+std::string address_text(const ScsiAddress& a) {
+  return std::to_string(a.port_number) + ":" + std::to_string(a.path_id) + ":" +
+         std::to_string(a.target_id) + ":" + std::to_string(a.lun);
+}
+
+void BFT_PRINTF_FORMAT(1, 2) set_note(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(note, sizeof note, format, args);
+  va_end(args);
+}
+
+// Explains why `node` (the unit at `address`) could not be opened.
+void note_open_failure(const NodePath& node, const ScsiAddress& address, int error) {
+  const std::string where = node.shown + " (SCSI address " + address_text(address) + ")";
+  if (error == EACCES || error == EPERM) {
+    char group_name[64];
+    if (sys->node_group(node.actual.c_str(), group_name, sizeof group_name) &&
+        std::strcmp(group_name, "root") != 0) {
+      set_note("Cannot open %s: permission denied. Run bftdtest as root, or as a member of group "
+               "\"%s\" (the group that owns %s) with the CAP_SYS_RAWIO capability.",
+               where.c_str(), group_name, node.shown.c_str());
+    } else {
+      set_note("Cannot open %s: permission denied. Run bftdtest as root.", where.c_str());
+    }
+  } else if (error == EBUSY) {
+    set_note("Cannot open %s: the device is in use by another process.", where.c_str());
+  } else if (error == ENOENT) {
+    set_note("Cannot open %s: the device node does not exist.", where.c_str());
+  } else {
+    set_note("Cannot open %s: %s.", where.c_str(), std::strerror(error));
+  }
+}
+
+// ---- handles ---------------------------------------------------------------
+
+struct UnitNode {
+  ScsiAddress address;
+  int fd;
+};
+
+struct LinuxHandle {
+  bool used;
+  bool is_tape;
+  uint8_t adapter;               // adapter handles
+  std::vector<UnitNode> units;   // adapter handles: sg nodes opened so far
+  int fd;                        // tape handles: the nstN node
+  bool address_known;            // tape handles
+  ScsiAddress address;           // tape handles
+};
+
+constexpr size_t kMaxHandles = 64;
+LinuxHandle handles[kMaxHandles];
+
+LinuxHandle* handle_record(PlatformHandle handle) {
+  if (handle < 0 || static_cast<size_t>(handle) >= kMaxHandles || !handles[handle].used) return nullptr;
+  return &handles[handle];
+}
+
+// Closes the record's nodes and frees its slot. No memory is given back: the
+// CTRL-C handler closes handles while the test thread may still be running.
+void release(LinuxHandle& record) {
+  for (UnitNode& unit : record.units) sys->close(unit.fd);
+  record.units.clear();
+  if (record.is_tape && record.fd >= 0) sys->close(record.fd);
+  record.fd = -1;
+  record.used = false;
+}
+
+// "\\.\Scsi3:" -> adapter 3, "\\.\Tape0" -> tape 0 (however many backslashes
+// the caller's spelling has).
+bool parse_device_name(const char* name, bool* is_tape, unsigned* number) {
+  const char* last = std::strrchr(name, '\\');
+  const char* text = last != nullptr ? last + 1 : name;
+  if (std::strncmp(text, "Scsi", 4) == 0) {
+    *is_tape = false;
+  } else if (std::strncmp(text, "Tape", 4) == 0) {
+    *is_tape = true;
+  } else {
+    return false;
+  }
+  text += 4;
+  if (*text < '0' || *text > '9') return false;
+  char* end = nullptr;
+  unsigned long value = std::strtoul(text, &end, 10);
+  if (value > 254 || std::strcmp(end, *is_tape ? "" : ":") != 0) return false;
+  *number = static_cast<unsigned>(value);
+  return true;
+}
+
+// Opens the st node of tape N. A write-protected cartridge makes st refuse a
+// read-write open (EROFS); the node is then opened read-only so that the drive
+// itself reports the write protection on the first write.
+int open_tape_node(const NodePath& node) {
+  int fd = sys->open(node.actual.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0 && errno == EROFS) fd = sys->open(node.actual.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  return fd;
+}
+
+int open_sg_exclusive(const NodePath& node) {
+  return sys->open(node.actual.c_str(), O_RDWR | O_EXCL | O_NONBLOCK | O_CLOEXEC);
+}
+
+uint32_t open_device(const char* device_name, PlatformHandle* handle) {
+  *handle = kInvalidPlatformHandle;
+  bool is_tape = false;
+  unsigned number = 0;
+  if (!parse_device_name(device_name, &is_tape, &number)) return kErrorNotFound;
+
+  LinuxHandle record{};
+  record.used = true;
+  record.is_tape = is_tape;
+  record.fd = -1;
+  if (is_tape) {
+    SysfsTape found = sysfs_tape(root, number, &record.address);
+    if (found == SysfsTape::missing) return kErrorNotFound;
+    record.address_known = found == SysfsTape::found;
+    NodePath node = node_path("nst" + std::to_string(number));
+    record.fd = open_tape_node(node);
+    if (record.fd < 0) {
+      const int error = errno;
+      note_open_failure(node, record.address, error);
+      return win32_error_code(LinuxErrorSource::errno_value, error);
+    }
+  } else {
+    if (!sysfs_adapter_present(root, number)) return kErrorNotFound;
+    record.adapter = static_cast<uint8_t>(number);
+  }
+  for (size_t slot = 0; slot < kMaxHandles; ++slot) {
+    if (!handles[slot].used) {
+      handles[slot] = std::move(record);
+      *handle = static_cast<PlatformHandle>(slot);
+      return kErrorNone;
+    }
+  }
+  if (record.fd >= 0) sys->close(record.fd);
+  return win32_error_code(LinuxErrorSource::errno_value, EMFILE);
+}
+
+void close_device(PlatformHandle handle) {
+  if (LinuxHandle* record = handle_record(handle)) release(*record);
+}
+
+// ---- discovery -------------------------------------------------------------
+
+// Standard INQUIRY (255 bytes) through SG_IO on a shared open of the sg node,
+// for kernels without the sysfs `inquiry` attribute. Returns the bytes kept.
+uint8_t inquire_through_sg(const std::string& sg_name, uint8_t* inquiry, size_t size) {
+  int fd = sys->open(node_path(sg_name).actual.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return 0;
+  uint8_t data[256] = {};
+  uint8_t sense[kSenseAreaSize] = {};
+  PassThroughRequest request{};
+  request.cdb_length = 6;
+  request.cdb[0] = 0x12;  // INQUIRY, allocation length 255
+  request.cdb[4] = 0xFF;
+  request.direction = DataDirection::in;
+  request.data = data;
+  request.data_length = 255;
+  request.timeout_seconds = 30;
+  request.sense = sense;
+  sg_io_hdr_t header;
+  uint8_t cdb[16];
+  fill_sg_io_header(request, &header, cdb);
+  PassThroughReply reply{};
+  const bool sent = sys->ioctl(fd, SG_IO, &header) == 0;
+  sys->close(fd);
+  if (!sent) return 0;
+  read_sg_io_answer(header, reply);
+  if (reply.error != kErrorNone || reply.scsi_status != 0 || reply.transferred_length == 0) return 0;
+  const size_t kept = reply.transferred_length < size ? reply.transferred_length : size;
+  std::memcpy(inquiry, data, kept);
+  return static_cast<uint8_t>(kept);
+}
+
+// Inquiry data made of the sysfs attributes when no other source answered:
+// the peripheral type, version fields zero, and the identification texts.
+uint8_t inquiry_from_attributes(const SysfsUnit& unit, uint8_t* inquiry) {
+  std::memset(inquiry, ' ', 36);
+  std::memset(inquiry, 0, 8);
+  inquiry[0] = static_cast<uint8_t>(unit.type);
+  inquiry[4] = 31;  // additional length of a 36-byte answer
+  std::memcpy(inquiry + 8, unit.vendor.data(), unit.vendor.size() < 8 ? unit.vendor.size() : 8);
+  std::memcpy(inquiry + 16, unit.model.data(), unit.model.size() < 16 ? unit.model.size() : 16);
+  std::memcpy(inquiry + 32, unit.revision.data(), unit.revision.size() < 4 ? unit.revision.size() : 4);
+  return 36;
+}
+
+// True when one of this process's adapter handles has the unit's sg node open.
+bool held_here(const ScsiAddress& address) {
+  for (const LinuxHandle& record : handles) {
+    if (!record.used || record.is_tape || record.adapter != address.port_number) continue;
+    for (const UnitNode& unit : record.units) {
+      if (unit.address.path_id == address.path_id && unit.address.target_id == address.target_id &&
+          unit.address.lun == address.lun) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+// True when the unclaimed unit's sg node can be had for exclusive use now (or
+// this process already has it).
+bool unclaimed_unit_reachable(const SysfsUnit& unit) {
+  const ScsiAddress address{unit.host, unit.channel, unit.target, unit.lun};
+  if (held_here(address)) return true;
+  if (unit.sg_name.empty()) {
+    set_note("The SCSI generic driver has no node for SCSI address %s; load it with \"modprobe sg\".",
+             address_text(address).c_str());
+    return false;
+  }
+  const NodePath node = node_path(unit.sg_name);
+  int fd = open_sg_exclusive(node);
+  if (fd < 0) {
+    note_open_failure(node, address, errno);
+    return false;
+  }
+  sys->close(fd);
+  return true;
+}
+
+int query_adapter(PlatformHandle adapter, AdapterInquiry* inquiry) {
+  const LinuxHandle* record = handle_record(adapter);
+  if (record == nullptr || record->is_tape) return -1;
+  static SysfsUnit units[kMaxUnitsPerAdapter];
+  const unsigned count = sysfs_adapter_units(root, record->adapter, units, kMaxUnitsPerAdapter);
+  inquiry->bus_count = 1;
+  inquiry->unit_count = 0;
+  for (unsigned i = 0; i < count; ++i) {
+    const SysfsUnit& unit = units[i];
+    if (unit.channel >= inquiry->bus_count) inquiry->bus_count = static_cast<uint8_t>(unit.channel + 1);
+    LogicalUnitInfo& info = inquiry->units[inquiry->unit_count];
+    info = LogicalUnitInfo{unit.channel, unit.target, unit.lun, unit_claimed(unit) ? uint8_t{1} : uint8_t{0},
+                           0, {}};
+    if (unit.inquiry_length > 0) {
+      info.inquiry_length = unit.inquiry_length;
+      std::memcpy(info.inquiry, unit.inquiry, unit.inquiry_length);
+    } else if (!unit.sg_name.empty()) {
+      info.inquiry_length = inquire_through_sg(unit.sg_name, info.inquiry, sizeof info.inquiry);
+    }
+    if (info.inquiry_length == 0) {
+      if (unit.type < 0) continue;  // nothing tells what the unit is
+      info.inquiry_length = inquiry_from_attributes(unit, info.inquiry);
+    }
+    const int type = info.inquiry[0] & 0x1F;
+    if (!info.claimed && (type == 1 || type == 8) && !unclaimed_unit_reachable(unit)) continue;
+    ++inquiry->unit_count;
+  }
+  return 0;
+}
+
+int query_tape_address(PlatformHandle tape, ScsiAddress* address) {
+  const LinuxHandle* record = handle_record(tape);
+  if (record == nullptr || !record->is_tape || !record->address_known) return -1;
+  *address = record->address;
+  return 0;
+}
+
+// ---- commands --------------------------------------------------------------
+
+// The sg node of the addressed unit of an adapter, opened on its first
+// command. Returns the descriptor, or -1 with the Win32-style code in `error`.
+int unit_descriptor(LinuxHandle& record, const PassThroughRequest& request, uint32_t* error) {
+  const ScsiAddress address{record.adapter, request.path_id, request.target_id, request.lun};
+  for (const UnitNode& unit : record.units) {
+    if (unit.address.path_id == address.path_id && unit.address.target_id == address.target_id &&
+        unit.address.lun == address.lun) {
+      return unit.fd;
+    }
+  }
+  SysfsUnit unit;
+  if (!sysfs_unit(root, address, &unit) || unit.sg_name.empty()) {
+    *error = kErrorNotFound;
+    return -1;
+  }
+  const NodePath node = node_path(unit.sg_name);
+  int fd = open_sg_exclusive(node);
+  if (fd < 0) {
+    const int open_error = errno;
+    note_open_failure(node, address, open_error);
+    *error = win32_error_code(LinuxErrorSource::errno_value, open_error);
+    return -1;
+  }
+  record.units.push_back(UnitNode{address, fd});
+  return fd;
+}
+
+void pass_through(PlatformHandle device, const PassThroughRequest& request, PassThroughReply& reply) {
+  reply = PassThroughReply{};
+  LinuxHandle* record = handle_record(device);
+  if (record == nullptr) {
+    reply.error = kErrorNotFound;
+    return;
+  }
+  if (request.cdb_length == 0 || request.cdb_length > 16) {
+    reply.error = kErrorInvalidParameter;
+    return;
+  }
+  int fd = record->fd;
+  if (!record->is_tape) {
+    fd = unit_descriptor(*record, request, &reply.error);
+    if (fd < 0) return;
+  }
+  sg_io_hdr_t header;
+  uint8_t cdb[16];
+  fill_sg_io_header(request, &header, cdb);
+  if (sys->ioctl(fd, SG_IO, &header) != 0) {
+    reply.error = win32_error_code(LinuxErrorSource::errno_value, errno);
+    return;
+  }
+  read_sg_io_answer(header, reply);
+}
+
+const char* describe_last_error() { return note[0] != '\0' ? note : nullptr; }
+
+const Platform kLinuxPlatform = {"linux-sg",   open_device,  query_adapter,      query_tape_address,
+                                 pass_through, close_device, describe_last_error};
 
 }  // namespace
 
 const Platform* native_platform() { return &kLinuxPlatform; }
+
+const LinuxSystem& real_linux_system() { return kRealSystem; }
+
+void set_linux_system(const LinuxSystem* system) { sys = system != nullptr ? system : &kRealSystem; }
+
+void set_linux_root(const char* directory) {
+  root = directory != nullptr && directory[0] != '\0' ? directory : "/";
+}
+
+void reset_linux_platform() {
+  for (LinuxHandle& record : handles) {
+    if (record.used) release(record);
+  }
+  note[0] = '\0';
+  sys = &kRealSystem;
+  root = "/";
+}

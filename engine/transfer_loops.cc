@@ -1,0 +1,150 @@
+#include "engine/transfer_loops.h"
+
+#include <chrono>
+#include <cstring>
+
+#include "console/log_output.h"
+#include "engine/sizing.h"
+#include "run/settings.h"
+#include "tape/command_blocks.h"
+#include "transport/scsi_transport.h"
+#include "transport/status_report.h"
+
+namespace {
+
+constexpr uint32_t kBytesPerMb = 1048576;
+constexpr uint8_t kSenseKeyNoSense = 0x00;
+constexpr uint8_t kSenseKeyBlankCheck = 0x08;
+constexpr uint8_t kEomBit = 0x40;
+
+const std::chrono::steady_clock::time_point process_start = std::chrono::steady_clock::now();
+uint32_t timer_start_mark = 0;
+
+// Milliseconds since the process started, on a clock that never steps.
+uint32_t clock_msec() {
+  auto since = std::chrono::steady_clock::now() - process_start;
+  return static_cast<uint32_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
+}
+
+// Byte 2 of the sense data of the last command: sense key, FMK, EOM, ILI.
+uint8_t sense_flags() {
+  const ScsiResult& result = scsi_transport.result;
+  return result.sense_data != nullptr ? result.sense_data[2] : result.sense_key_byte;
+}
+
+// The running MB count of one loop call.
+struct Progress {
+  uint32_t bytes_in_mb = 0;
+  uint32_t megabytes = 0;
+
+  void advance(uint32_t bytes) {
+    uint64_t total = static_cast<uint64_t>(bytes_in_mb) + bytes;
+    if (total < kBytesPerMb) {
+      bytes_in_mb = static_cast<uint32_t>(total);
+      return;
+    }
+    megabytes += static_cast<uint32_t>(total / kBytesPerMb);
+    bytes_in_mb = static_cast<uint32_t>(total % kBytesPerMb);
+    screen_printf("%lu MB\r", static_cast<unsigned long>(megabytes));
+    flush_stream(screen_stream());  // a line without a line feed is not flushed by itself
+  }
+};
+
+}  // namespace
+
+double test_timer(uint16_t mode) {
+  if (mode == 0) {
+    timer_start_mark = clock_msec();
+    return 0.0;
+  }
+  if (mode == 1) return static_cast<uint32_t>(clock_msec() - timer_start_mark) / 1000.0;
+  return 0.0;
+}
+
+uint32_t find_miscompare(const uint8_t* received, const uint8_t* expected, uint32_t length) {
+  if (std::memcmp(received, expected, length) == 0) return kNoMiscompare;
+  for (uint32_t i = 0; i < length; ++i) {
+    if (received[i] != expected[i]) return i;
+  }
+  return kNoMiscompare;
+}
+
+int run_write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed_seconds,
+                   uint8_t* end_of_medium) {
+  int result = 0;
+  Progress progress;
+  const uint32_t bytes = test_settings.max_transfer_length;
+  const unsigned id = test_settings.scsi_id;
+  const unsigned lun = test_settings.lun;
+  test_timer(0);
+  for (uint32_t i = 0; i < *commands; ++i) {
+    if (scsi_write(transfer_length) != 0) {
+      result = -1;
+      break;
+    }
+    if (command_failed()) {
+      const uint8_t flags = sense_flags();
+      if ((end_of_medium_flags & 1) && (flags & 0x0F) == kSenseKeyNoSense && (flags & kEomBit)) {
+        report_printf("hit \"EOM\" writing data at SCSI id %X LUN %u (aborting all write testing)\r\n",
+                      id, lun);
+        *commands = i + 1;
+        *end_of_medium = 1;
+      } else {
+        report_printf("ERROR: failure writing data at SCSI id %X LUN %u (aborting all write testing)\r\n",
+                      id, lun);
+        print_command_status();
+        result = -1;
+      }
+      break;
+    }
+    progress.advance(bytes);
+  }
+  *elapsed_seconds = test_timer(1);
+  flush_report_streams();
+  return result;
+}
+
+int run_read_compare_loop(uint32_t transfer_length, uint32_t* commands, const uint8_t* reference,
+                          double* elapsed_seconds, uint8_t* end_of_medium) {
+  int result = 0;
+  Progress progress;
+  const uint32_t bytes = test_settings.max_transfer_length;
+  const unsigned id = test_settings.scsi_id;
+  const unsigned lun = test_settings.lun;
+  test_timer(0);
+  for (uint32_t i = 0; i < *commands; ++i) {
+    if (scsi_read(transfer_length) != 0) {
+      result = -1;
+      break;
+    }
+    if (command_failed()) {
+      if ((end_of_medium_flags & 1) && (sense_flags() & 0x0F) == kSenseKeyBlankCheck) {
+        report_printf("hit \"blank check\" reading/comparing data at SCSI id %X LUN %u (aborting all\r\n"
+                      "read testing)\r\n",
+                      id, lun);
+        *commands = i + 1;
+        *end_of_medium = 1;
+      } else {
+        report_printf("ERROR: failure reading/comparing data at SCSI id %X LUN %u (aborting all read\r\n"
+                      "testing)\r\n",
+                      id, lun);
+        print_command_status();
+        result = -1;
+      }
+      break;
+    }
+    const uint32_t offset = find_miscompare(rw_buffer, reference, bytes);
+    if (offset != kNoMiscompare) {
+      report_printf("ERROR: data miscompare after read command %lu at offset 0x%lX\r\nfor SCSI id %X LUN %u\r\n",
+                    static_cast<unsigned long>(i + 1), static_cast<unsigned long>(offset), id, lun);
+      *commands = i + 1;
+      result = -1;
+      break;
+    }
+    progress.advance(bytes);
+  }
+  *elapsed_seconds = test_timer(1);
+  flush_report_streams();
+  return result;
+}

@@ -1,0 +1,138 @@
+// End-to-end runs of the real program on the built-in virtual tape drive:
+// each case runs the executable in a directory of its own and compares the
+// output file (and the CDB list file) line by line with the expected files in
+// run/testdata/golden/. Only the dates, the times and the SEC and KB/SEC
+// figures are masked to their shape.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "testing/output_capture.h"
+#include "testing/report_masking.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct GoldenCase {
+  const char* name;              // expected files <name>.out and, with /cfile, <name>.cdb
+  const char* arguments;         // after the program name
+  const char* drive_description; // written to "drive.vtape" when not null
+  bool with_dsc_file;            // the shipped bftdtest.dsc in the run directory
+  int exit_code;
+};
+
+// Names the case in test listings instead of dumping its bytes.
+void PrintTo(const GoldenCase& c, std::ostream* os) { *os << c.name; }
+
+std::string golden_path(const std::string& file) {
+  return std::string(BFTDTEST_SOURCE_DIR) + "/run/testdata/golden/" + file;
+}
+
+std::vector<std::string> split_lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  std::string line;
+  while (std::getline(in, line)) lines.push_back(line);
+  return lines;
+}
+
+// Compares line by line and names the first line that differs.
+void expect_same_lines(const std::string& expected_file, const std::string& actual) {
+  const std::string expected = read_file_bytes(golden_path(expected_file));
+  ASSERT_NE("<missing>", expected) << expected_file;
+  const std::vector<std::string> want = split_lines(expected);
+  const std::vector<std::string> got = split_lines(actual);
+  for (size_t i = 0; i < want.size() && i < got.size(); ++i) {
+    ASSERT_EQ(want[i], got[i]) << expected_file << " line " << i + 1;
+  }
+  ASSERT_EQ(want.size(), got.size()) << expected_file << ": number of lines";
+  EXPECT_EQ(expected, actual) << expected_file << ": line ends";
+}
+
+// Runs the program in `directory`; returns its exit code (-1 when it could
+// not be run or read).
+int run_program_in(const fs::path& directory, const std::string& arguments) {
+  const std::string command = "cd '" + directory.string() + "' && '" + BFTDTEST_EXE + "' " + arguments +
+                              " >screen.txt 2>errors.txt; echo $? >exit_code.txt";
+  if (std::system(command.c_str()) != 0) return -1;
+  std::ifstream in(directory / "exit_code.txt");
+  int code = -1;
+  in >> code;
+  return code;
+}
+
+void run_golden_case(const GoldenCase& c) {
+  SCOPED_TRACE(c.name);
+  const fs::path directory = fs::path(::testing::TempDir()) / (std::string("golden_") + c.name);
+  fs::remove_all(directory);
+  fs::create_directories(directory);
+  if (c.drive_description != nullptr) std::ofstream(directory / "drive.vtape") << c.drive_description;
+  if (c.with_dsc_file) {
+    if (!fs::exists(fs::path(BFTDTEST_SOURCE_DIR) / "bftdtest.dsc")) {
+      GTEST_SKIP() << "no bftdtest.dsc in the source tree";
+    }
+    fs::copy_file(fs::path(BFTDTEST_SOURCE_DIR) / "bftdtest.dsc", directory / "bftdtest.dsc");
+  }
+  const int exit_code = run_program_in(directory, c.arguments);
+  const std::string errors = read_file_bytes((directory / "errors.txt").string());
+  if (errors.find("virtual tape drive is not built yet") != std::string::npos) {
+    GTEST_SKIP() << "the built-in virtual tape drive is not part of this build";
+  }
+  ASSERT_EQ(c.exit_code, exit_code) << errors;
+  expect_same_lines(std::string(c.name) + ".out", mask_report(read_file_bytes((directory / "bftdtest.out").string())));
+  if (std::string(c.arguments).find("/cfile bftdtest.cdb") != std::string::npos) {
+    expect_same_lines(std::string(c.name) + ".cdb", read_file_bytes((directory / "bftdtest.cdb").string()));
+  }
+}
+
+TEST(GoldenMasking, MasksOnlyDatesTimesAndRates) {
+  EXPECT_EQ("write test interval 1 of 1 (MM/DD/YY hh:mm:ss am)\r\n",
+            mask_report("write test interval 1 of 1 (11/23/26 09:05:59 pm)\r\n"));
+  EXPECT_EQ("  total time taken for write test ............ #.## SEC\r\n"
+            "  write transfer rate ........................ # KB/SEC\r\n",
+            mask_report("  total time taken for write test ............ 12.34 SEC\r\n"
+                        "  write transfer rate ........................ 123456 KB/SEC\r\n"));
+  EXPECT_EQ("writing 128.000 MB of test data\r\n", mask_report("writing 128.000 MB of test data\r\n"));
+}
+
+// Each case's drive description and options; the expected files were checked
+// line by line against the program's messages.
+const GoldenCase kGoldenCases[] = {
+    {"defaults", "/vtape", nullptr, false, 0},
+    {"sizing_block_size_1000", "/lbsize 1000 /vtape", nullptr, false, 0},
+    {"sizing_intervals", "/lbsize 0 /maxtl 100000 /sdint 10 /vtape", nullptr, false, 0},
+    {"plan_too_large", "/lbsize 0 /maxtl 0x1000000 /cfile bftdtest.cdb /vtape", nullptr, false, 1},
+    // 3 MB per test: 30 KB of 3072 rewritten in the first iteration (1.0 %,
+    // passed), 31 KB in the second (1.0 %, failed); ECC 2 % in both.
+    {"dsc_rwr_verdict", "/dsc VIRTUAL-TAPE /loop 2 /megs 3 /vtape drive.vtape",
+     "rewrite_percent = 1\ncorrected_percent = 2\n", true, 0},
+    // Early warning at 6 MB: EOM on the 96th Write, blank check on the 97th Read.
+    {"eom_blank_check", "/megs 16 /sdint 4 /cfile bftdtest.cdb /vtape drive.vtape",
+     "capacity_mb = 8\nearly_warning_mb = 2\ncompression = off\n", false, 0},
+    {"write_failure", "/megs 2 /cfile bftdtest.cdb /vtape drive.vtape", "fail_write_at = 20\n", false, 1},
+    {"read_failure", "/megs 2 /cfile bftdtest.cdb /vtape drive.vtape", "fail_read_at = 30\n", false, 1},
+    {"filemark_on_read", "/megs 2 /cfile bftdtest.cdb /vtape drive.vtape", "filemark_at_read = 10\n", false, 1},
+    {"miscompare", "/megs 2 /drand r /cfile bftdtest.cdb /vtape drive.vtape", "corrupt_read_at = 21:0x234\n",
+     false, 1},
+    // Prevent/Allow rejected once (then skipped), Load/Unload with a NOT READY
+    // poll after each load.
+    {"unload_reload", "/uld /loop 2 /megs 1 /cfile bftdtest.cdb /vtape drive.vtape",
+     "not_ready_polls = 1\nprevent_allow = unsupported\n", false, 0},
+};
+
+class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};
+
+TEST_P(GoldenRun, OutputAndCdbListMatchTheExpectedFiles) { run_golden_case(GetParam()); }
+
+INSTANTIATE_TEST_SUITE_P(VirtualDrive, GoldenRun, ::testing::ValuesIn(kGoldenCases),
+                         [](const ::testing::TestParamInfo<GoldenCase>& run) { return std::string(run.param.name); });
+
+}  // namespace

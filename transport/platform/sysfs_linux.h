@@ -1,0 +1,49 @@
+// What the Linux SCSI layer tells about its devices through sysfs, read below a
+// root directory ("/" in a real run, a fake tree in tests):
+//   sys/class/scsi_host/hostH                 adapter H
+//   sys/class/scsi_device/H:C:T:L/device/     one logical unit: `type`,
+//       `inquiry`, `vendor`, `model`, `rev`, the `driver` link of the class
+//       driver bound to it, and `scsi_generic/sgN` (its SCSI generic node)
+//   sys/class/scsi_tape/nstN/device           the unit behind tape device N
+// A machine without a SCSI layer has none of these directories; every lookup
+// then finds nothing, without a message.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "transport/platform/platform.h"
+
+struct SysfsUnit {
+  uint8_t host;
+  uint8_t channel;  // bus (path id)
+  uint8_t target;
+  uint8_t lun;
+  int type;              // peripheral device type from `type`; -1 when absent
+  uint8_t inquiry_length;  // bytes of the `inquiry` attribute kept; 0 when absent
+  uint8_t inquiry[36];
+  std::string vendor, model, revision;  // the text attributes, blanks kept
+  std::string driver;    // name of the bound driver ("st", "ch", "sd"...), or empty
+  std::string sg_name;   // "sg3", or empty when the sg driver has no node for it
+};
+
+// `root` joined with a path relative to it ("sys/...", "dev/...").
+std::string root_path(const std::string& root, const char* relative);
+
+// True when adapter `host` exists: its scsi_host entry or any unit on it.
+bool sysfs_adapter_present(const std::string& root, unsigned host);
+
+// Every unit of adapter `host` whose bus, id and LUN fit in 8 bits, in bus,
+// id, LUN order, at most `capacity` of them. Returns how many were written.
+unsigned sysfs_adapter_units(const std::string& root, unsigned host, SysfsUnit* units,
+                             unsigned capacity);
+
+// The unit at H:C:T:L. Returns false when there is none.
+bool sysfs_unit(const std::string& root, const ScsiAddress& address, SysfsUnit* unit);
+
+// Tape device N of the st driver (the node nstN).
+enum class SysfsTape { missing, found, address_unknown };
+SysfsTape sysfs_tape(const std::string& root, unsigned tape_number, ScsiAddress* address);
+
+// A unit is claimed when a class driver other than sg is bound to it.
+inline bool unit_claimed(const SysfsUnit& unit) { return !unit.driver.empty() && unit.driver != "sg"; }

@@ -1,0 +1,313 @@
+#include "vtape/description.h"
+
+#include <cctype>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "console/log_output.h"
+
+void default_vtape_description(VtapeDescription* d) {
+  *d = VtapeDescription{};
+  d->capacity_mb = 1500000;  // 1.5 TB native
+  d->early_warning_mb = 100;
+  d->min_block = 1;
+  d->max_block = 0xFFFFFF;
+  d->densities[0] = 0x58;
+  d->densities[1] = 0x46;
+  d->densities[2] = 0x44;
+  d->density_count = 3;
+  std::snprintf(d->vendor, sizeof d->vendor, "%s", "VIRTUAL");
+  std::snprintf(d->product, sizeof d->product, "%s", "VTAPE DRIVE");
+  std::snprintf(d->revision, sizeof d->revision, "%s", "1.0");
+  d->compression = true;
+  d->device_type = 1;
+  d->lun_supported = true;
+  d->medium_present = true;
+  d->load_unload_supported = true;
+  d->prevent_allow_supported = true;
+}
+
+namespace {
+
+int digit_value(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return 99;
+}
+
+unsigned suffix_base(char c) {
+  switch (c) {
+    case 'o':
+    case 'O':
+      return 8;
+    case 'h':
+    case 'H':
+      return 16;
+    case 'b':
+    case 'B':
+      return 2;
+    case 'd':
+    case 'D':
+      return 10;
+    default:
+      return 0;
+  }
+}
+
+unsigned prefix_base(const char* text) {
+  if (text[0] != '0') return 0;
+  switch (text[1]) {
+    case 'o':
+      return 8;
+    case 'x':
+      return 16;
+    case 'b':
+      return 2;
+    case 'd':
+      return 10;
+    default:
+      return 0;
+  }
+}
+
+}  // namespace
+
+// The same reading as the option parser's parse_number, but strict.
+int read_description_number(const char* text, uint64_t* value) {
+  size_t length = std::strlen(text);
+  if (length == 0) return -1;
+  unsigned base = 10;
+  if (std::strcmp(text, "0b") == 0 || std::strcmp(text, "0d") == 0) {
+    base = 16;  // a hexadecimal digit behind a zero, not a prefix
+  } else if (unsigned prefixed = prefix_base(text); prefixed != 0) {
+    base = prefixed;
+    text += 2;
+    length -= 2;
+  } else if (unsigned suffixed = suffix_base(text[length - 1]); suffixed != 0) {
+    base = suffixed;
+    length -= 1;
+  }
+  if (length == 0) return -1;
+  uint64_t result = 0;
+  for (size_t i = 0; i < length; ++i) {
+    int digit = digit_value(text[i]);
+    if (digit >= static_cast<int>(base)) return -1;
+    if (result > (UINT64_MAX - static_cast<uint64_t>(digit)) / base) return -1;
+    result = result * base + static_cast<uint64_t>(digit);
+  }
+  *value = result;
+  return 0;
+}
+
+namespace {
+
+// Where the reader is: for the error lines.
+struct LineContext {
+  const char* path;
+  unsigned line;
+  const char* key;
+};
+
+int bad_value(const LineContext& at, const char* value, const char* expected) {
+  error_printf(
+      "ERROR: virtual tape description \"%s\" line %u: bad value \"%s\" for key \"%s\" "
+      "(expected %s)\n",
+      at.path, at.line, value, at.key, expected);
+  return -1;
+}
+
+int number_in(const LineContext& at, const char* value, uint64_t low, uint64_t high,
+              uint64_t* out) {
+  uint64_t number = 0;
+  if (read_description_number(value, &number) != 0 || number < low || number > high) {
+    char expected[80];
+    std::snprintf(expected, sizeof expected, "a number from %llu to %llu",
+                  static_cast<unsigned long long>(low), static_cast<unsigned long long>(high));
+    return bad_value(at, value, expected);
+  }
+  *out = number;
+  return 0;
+}
+
+int number32(const LineContext& at, const char* value, uint64_t low, uint64_t high, uint32_t* out) {
+  uint64_t number = 0;
+  if (number_in(at, value, low, high, &number) != 0) return -1;
+  *out = static_cast<uint32_t>(number);
+  return 0;
+}
+
+int choice(const LineContext& at, const char* value, const char* yes, const char* no, bool* out) {
+  if (std::strcmp(value, yes) == 0) {
+    *out = true;
+  } else if (std::strcmp(value, no) == 0) {
+    *out = false;
+  } else {
+    char expected[64];
+    std::snprintf(expected, sizeof expected, "%s or %s", yes, no);
+    return bad_value(at, value, expected);
+  }
+  return 0;
+}
+
+int text_field(const LineContext& at, const char* value, char* out, size_t capacity) {
+  if (std::strlen(value) >= capacity) {
+    char expected[48];
+    std::snprintf(expected, sizeof expected, "at most %u characters",
+                  static_cast<unsigned>(capacity - 1));
+    return bad_value(at, value, expected);
+  }
+  std::snprintf(out, capacity, "%s", value);
+  return 0;
+}
+
+int density_list(const LineContext& at, const char* value, VtapeDescription* d) {
+  char copy[256];
+  std::snprintf(copy, sizeof copy, "%s", value);
+  uint8_t count = 0;
+  for (char* token = std::strtok(copy, " ,\t"); token != nullptr;
+       token = std::strtok(nullptr, " ,\t")) {
+    uint64_t code = 0;
+    if (count == kMaxDensities || read_description_number(token, &code) != 0 || code == 0 ||
+        code > 0xFF) {
+      return bad_value(at, value, "a list of up to 8 density codes from 1 to 255");
+    }
+    d->densities[count++] = static_cast<uint8_t>(code);
+  }
+  if (count == 0) return bad_value(at, value, "a list of up to 8 density codes from 1 to 255");
+  d->density_count = count;
+  return 0;
+}
+
+int corrupt_spec(const LineContext& at, const char* value, VtapeDescription* d) {
+  char copy[128];
+  std::snprintf(copy, sizeof copy, "%s", value);
+  char* colon = std::strchr(copy, ':');
+  uint64_t command = 0;
+  uint64_t offset = 0;
+  if (colon == nullptr || (*colon = '\0', read_description_number(copy, &command) != 0) ||
+      read_description_number(colon + 1, &offset) != 0 || offset > 0xFFFFFF) {
+    return bad_value(at, value, "N:offset");
+  }
+  d->corrupt_read_at = command;
+  d->corrupt_read_offset = static_cast<uint32_t>(offset);
+  return 0;
+}
+
+// Applies one `key = value` pair. 0, or -1 after its message.
+int apply_key(const LineContext& at, const char* v, VtapeDescription* d) {
+  const char* k = at.key;
+  uint64_t n = 0;
+  if (std::strcmp(k, "capacity_mb") == 0) return number_in(at, v, 1, 1ull << 40, &d->capacity_mb);
+  if (std::strcmp(k, "early_warning_mb") == 0)
+    return number_in(at, v, 0, 1ull << 40, &d->early_warning_mb);
+  if (std::strcmp(k, "min_block") == 0) return number32(at, v, 1, 0xFFFFFF, &d->min_block);
+  if (std::strcmp(k, "max_block") == 0) return number32(at, v, 1, 0xFFFFFF, &d->max_block);
+  if (std::strcmp(k, "densities") == 0) return density_list(at, v, d);
+  if (std::strcmp(k, "vendor") == 0) return text_field(at, v, d->vendor, sizeof d->vendor);
+  if (std::strcmp(k, "product") == 0) return text_field(at, v, d->product, sizeof d->product);
+  if (std::strcmp(k, "revision") == 0) return text_field(at, v, d->revision, sizeof d->revision);
+  if (std::strcmp(k, "rate_mb_s") == 0) return number32(at, v, 0, 100000, &d->rate_mb_s);
+  if (std::strcmp(k, "compression") == 0) return choice(at, v, "on", "off", &d->compression);
+  if (std::strcmp(k, "backing_file") == 0)
+    return text_field(at, v, d->backing_file, sizeof d->backing_file);
+  if (std::strcmp(k, "device_type") == 0) {
+    if (number_in(at, v, 0, 0x1F, &n) != 0) return -1;
+    d->device_type = static_cast<uint8_t>(n);
+    return 0;
+  }
+  if (std::strcmp(k, "lun_supported") == 0) return choice(at, v, "yes", "no", &d->lun_supported);
+  if (std::strcmp(k, "held") == 0) return choice(at, v, "yes", "no", &d->held);
+  if (std::strcmp(k, "claimed_without_tape_device") == 0)
+    return choice(at, v, "yes", "no", &d->claimed_without_tape_device);
+  if (std::strcmp(k, "medium") == 0) return choice(at, v, "loaded", "none", &d->medium_present);
+  if (std::strcmp(k, "not_ready_polls") == 0)
+    return number32(at, v, 0, 1000000, &d->not_ready_polls);
+  if (std::strcmp(k, "fail_write_at") == 0)
+    return number_in(at, v, 0, UINT64_MAX, &d->fail_write_at);
+  if (std::strcmp(k, "fail_read_at") == 0) return number_in(at, v, 0, UINT64_MAX, &d->fail_read_at);
+  if (std::strcmp(k, "corrupt_read_at") == 0) return corrupt_spec(at, v, d);
+  if (std::strcmp(k, "filemark_at_read") == 0)
+    return number_in(at, v, 0, UINT64_MAX, &d->filemark_at_read);
+  if (std::strcmp(k, "load_unload") == 0)
+    return choice(at, v, "supported", "unsupported", &d->load_unload_supported);
+  if (std::strcmp(k, "prevent_allow") == 0)
+    return choice(at, v, "supported", "unsupported", &d->prevent_allow_supported);
+  if (std::strcmp(k, "rewrite_percent") == 0) return number32(at, v, 0, 100, &d->rewrite_percent);
+  if (std::strcmp(k, "corrected_percent") == 0)
+    return number32(at, v, 0, 100, &d->corrected_percent);
+  error_printf("ERROR: virtual tape description \"%s\" line %u: unknown key \"%s\"\n", at.path,
+               at.line, k);
+  return -1;
+}
+
+// Cuts blanks from both ends of `text` in place.
+char* trim(char* text) {
+  while (*text == ' ' || *text == '\t') ++text;
+  size_t length = std::strlen(text);
+  while (length > 0 && std::isspace(static_cast<unsigned char>(text[length - 1]))) {
+    text[--length] = '\0';
+  }
+  return text;
+}
+
+// Checks what the keys say together. 0, or -1 after its message.
+int check_consistency(const char* path, const VtapeDescription& d) {
+  if (d.min_block > d.max_block) {
+    error_printf("ERROR: virtual tape description \"%s\": min_block %u is above max_block %u\n",
+                 path, d.min_block, d.max_block);
+    return -1;
+  }
+  if (d.early_warning_mb >= d.capacity_mb) {
+    error_printf(
+        "ERROR: virtual tape description \"%s\": early_warning_mb must be below "
+        "capacity_mb\n",
+        path);
+    return -1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int read_vtape_description(const char* path, VtapeDescription* description) {
+  default_vtape_description(description);
+  FILE* file = std::fopen(path, "rb");
+  if (file == nullptr) {
+    error_printf("ERROR: unable to open virtual tape description \"%s\"\n", path);
+    return -1;
+  }
+  char line[512];
+  unsigned number = 0;
+  int result = 0;
+  while (result == 0 && std::fgets(line, sizeof line, file) != nullptr) {
+    ++number;
+    if (std::strchr(line, '\n') == nullptr && !std::feof(file)) {
+      error_printf("ERROR: virtual tape description \"%s\" line %u: line too long\n", path, number);
+      result = -1;
+      break;
+    }
+    if (char* comment = std::strchr(line, '#')) *comment = '\0';
+    char* text = trim(line);
+    if (*text == '\0') continue;
+    char* equals = std::strchr(text, '=');
+    if (equals == nullptr) {
+      error_printf("ERROR: virtual tape description \"%s\" line %u: expected key = value\n", path,
+                   number);
+      result = -1;
+      break;
+    }
+    *equals = '\0';
+    LineContext at{path, number, trim(text)};
+    char* value = trim(equals + 1);
+    if (*value == '\0') {
+      result = bad_value(at, value, "a value");
+    } else {
+      result = apply_key(at, value, description);
+    }
+  }
+  std::fclose(file);
+  if (result != 0) return -1;
+  return check_consistency(path, *description);
+}

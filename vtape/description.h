@@ -1,0 +1,56 @@
+// The virtual tape drive's description: its geometry, identity and the
+// faults it should show, read from a `key = value` file. One plain record;
+// the reader fills it and the drive reads it.
+#pragma once
+
+#include <cstdint>
+
+constexpr unsigned kMaxDensities = 8;
+constexpr unsigned kBackingFileCapacity = 256;
+
+struct VtapeDescription {
+  // Geometry and identity.
+  uint64_t capacity_mb;
+  uint64_t early_warning_mb;  // size of the early-warning zone before the end
+  uint32_t min_block;
+  uint32_t max_block;
+  uint8_t densities[kMaxDensities];
+  uint8_t density_count;
+  char vendor[9];
+  char product[17];
+  char revision[5];
+  uint32_t rate_mb_s;  // 0: unthrottled
+  bool compression;
+  char backing_file[kBackingFileCapacity];  // empty: the cartridge lives in memory only
+  // Faults.
+  uint8_t device_type;  // peripheral device type answered by Inquiry
+  bool lun_supported;
+  bool held;
+  bool claimed_without_tape_device;
+  bool medium_present;
+  uint32_t not_ready_polls;
+  uint64_t fail_write_at;  // 0: never; else the Nth Write(6) of the run
+  uint64_t fail_read_at;
+  uint64_t corrupt_read_at;
+  uint32_t corrupt_read_offset;
+  uint64_t filemark_at_read;
+  bool load_unload_supported;
+  bool prevent_allow_supported;
+  uint32_t rewrite_percent;
+  uint32_t corrected_percent;
+};
+
+// The drive's defaults, used when no description file is given.
+void default_vtape_description(VtapeDescription* description);
+
+// Fills `description` with the defaults and then the keys of the file at
+// `path`. 0, or -1 after an "ERROR: ..." line on the error stream naming the
+// file, the line and the key (or that the file cannot be read); on -1 the
+// record holds the defaults and the keys read before the bad line.
+int read_vtape_description(const char* path, VtapeDescription* description);
+
+// Reads one number in the program's number syntax: decimal, or octal,
+// hexadecimal, binary by a "0o"/"0x"/"0b"/"0d" prefix or an o/h/b/d suffix.
+// Unlike the option parser's lenient reading, any illegal character, an
+// empty text or a value above 2^64-1 is refused: 0 with the value, or -1.
+int read_description_number(const char* text, uint64_t* value);

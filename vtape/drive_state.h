@@ -1,0 +1,69 @@
+// The virtual drive as one plain record: its description, the cartridge,
+// the mode parameters, the pending unit attention, the counters behind the
+// log pages and the fault counters. One drive exists per process
+// (`virtual_drive()`); the platform record serialises the commands on it.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+
+#include "vtape/cartridge.h"
+#include "vtape/description.h"
+
+enum class MediumState : uint8_t { absent, unloaded, loaded };
+
+// Counters since the cartridge was loaded (the log pages report them).
+struct DriveCounters {
+  uint64_t host_bytes_written;
+  uint64_t tape_bytes_written;
+  uint64_t host_bytes_read;
+  uint64_t tape_bytes_read;
+  uint64_t records_written;
+  uint64_t records_read;
+  uint64_t write_failures;
+  uint64_t read_failures;
+};
+
+struct VirtualDrive {
+  VtapeDescription description;
+  Cartridge cartridge;
+  MediumState medium;
+  uint32_t not_ready_polls_left;  // Test Unit Ready answers NOT READY until 0
+  bool unit_attention;            // pending, with its ASC/ASCQ
+  uint8_t unit_attention_asc;
+  uint8_t unit_attention_ascq;
+  bool removal_prevented;
+  uint8_t density_code;
+  uint32_t block_length;  // mode block length; 0 = variable block mode
+  DriveCounters counters;
+  uint64_t write_commands;  // Write(6) and Read(6) commands of the run (for the faults)
+  uint64_t read_commands;
+  bool modified;  // the cartridge changed since it was loaded or saved
+  // Throttle: tape bytes moved since `throttle_start`.
+  std::chrono::steady_clock::time_point throttle_start;
+  uint64_t throttle_bytes;
+  // Platform state: the open adapter handle, and the flag that serialises
+  // commands against a close from the CTRL-C thread.
+  std::atomic<bool> open;
+  std::atomic<bool> busy;
+};
+
+// The process's one virtual drive.
+VirtualDrive& virtual_drive();
+
+// Puts the drive in its power-on state for `description` with an empty
+// cartridge (or none, with `medium = none`): mode at the first density and
+// variable blocks, counters zero, unit attention POWER ON (29/00) pending.
+void power_on_drive(VirtualDrive* drive, const VtapeDescription& description);
+
+// Threads the cartridge: position at the beginning of tape, counters zero,
+// not_ready_polls from the description, unit attention 28/00 pending.
+void load_cartridge(VirtualDrive* drive);
+
+// Tape bytes at which the early-warning zone starts and the capacity ends.
+uint64_t early_warning_bytes(const VirtualDrive& drive);
+uint64_t capacity_bytes(const VirtualDrive& drive);
+
+// Holds the calling thread so that data moves no faster than rate_mb_s.
+void throttle_transfer(VirtualDrive* drive, uint64_t tape_bytes);
