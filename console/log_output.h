@@ -8,8 +8,16 @@
 #include <cstdio>
 #include <initializer_list>
 
+// MinGW's plain `printf` archetype checks the Microsoft runtime's formats;
+// the program is built with the C99-conforming MinGW printf there, which is
+// what `gnu_printf` checks.
+#if defined(__MINGW32__)
+#define BFT_PRINTF_FORMAT(format_index, first_arg) \
+  __attribute__((format(gnu_printf, format_index, first_arg)))
+#else
 #define BFT_PRINTF_FORMAT(format_index, first_arg) \
   __attribute__((format(printf, format_index, first_arg)))
+#endif
 
 // The screen: the standard output unless a test has redirected it.
 FILE* screen_stream();

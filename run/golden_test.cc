@@ -126,6 +126,9 @@ const GoldenCase kGoldenCases[] = {
     // poll after each load.
     {"unload_reload", "/uld /loop 2 /megs 1 /cfile bftdtest.cdb /vtape drive.vtape",
      "not_ready_polls = 1\nprevent_allow = unsupported\n", false, 0},
+    // The default drive: Prevent, Unload, Load, the ready wait, Allow.
+    {"unload_reload_prevented", "/uld /loop 2 /megs 1 /cfile bftdtest.cdb /vtape drive.vtape",
+     "not_ready_polls = 1\n", false, 0},
 };
 
 class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};

@@ -36,6 +36,7 @@ struct VtapeDescription {
   uint64_t filemark_at_read;
   bool load_unload_supported;
   bool prevent_allow_supported;
+  bool unload_refused_while_prevented;  // else unload and hold the cartridge
   uint32_t rewrite_percent;
   uint32_t corrected_percent;
 };

@@ -141,9 +141,11 @@ void mode_select6(VirtualDrive* drive, const PassThroughRequest& request, Comman
   drive->block_length = block_length;
 }
 
-// Load/Unload. Unloading rewinds and unthreads the tape (it stays in the
-// drive, ready for the next Load); it is refused while medium removal is
-// prevented. Loading threads it: unit attention and becoming-ready follow.
+// Load/Unload. Unloading rewinds and unthreads the tape; the cartridge stays
+// in the drive, ready for the next Load, so prevented medium removal does not
+// stand in its way — unless the description asks for a drive that refuses
+// (MEDIUM REMOVAL PREVENTED). Loading threads it: unit attention and
+// becoming-ready follow.
 void load_unload(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer* answer) {
   if (!drive->description.load_unload_supported) return invalid_operation_code(answer);
   uint8_t flags = request.cdb[4];
@@ -160,7 +162,7 @@ void load_unload(VirtualDrive* drive, const PassThroughRequest& request, Command
     }
     return;
   }
-  if (drive->removal_prevented) {
+  if (drive->removal_prevented && drive->description.unload_refused_while_prevented) {
     check_condition(answer, kSenseIllegalRequest, 0x53, 0x02);  // MEDIUM REMOVAL PREVENTED
     return;
   }

@@ -83,8 +83,17 @@ TEST(VtapeDevice, UnloadThenLoadGivesUnitAttentionThenBecomingReady) {
   EXPECT_EQ(0, read_bytes(h, &buffer, 10).status);
 }
 
-TEST(VtapeDevice, UnloadRefusedWhilePrevented) {
-  PlatformHandle h = ready_vtape();
+TEST(VtapeDevice, UnloadWhilePreventedHoldsTheCartridgeOrIsRefused) {
+  PlatformHandle held = ready_vtape();
+  EXPECT_EQ(0, prevent(held, 1).status);
+  EXPECT_EQ(0, load(held, false).status);  // unthreaded, cartridge kept in the drive
+  expect_sense(test_unit_ready(held), 0x2, 0x04, 0x02, "unloaded while prevented");
+  EXPECT_EQ(0, load(held, true).status);
+  expect_sense(test_unit_ready(held), 0x6, 0x28, 0x00, "reloaded");
+  EXPECT_EQ(0, prevent(held, 0).status);
+
+  PlatformHandle h = ready_vtape("unload_when_prevented = refuse\n");
+  ASSERT_NE(kInvalidPlatformHandle, h);
   EXPECT_EQ(0, prevent(h, 1).status);
   expect_sense(load(h, false), 0x5, 0x53, 0x02, "prevented");
   EXPECT_EQ(0, test_unit_ready(h).status);  // still loaded

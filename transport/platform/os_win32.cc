@@ -12,6 +12,10 @@ namespace {
 CRITICAL_SECTION output_lock;
 bool output_lock_ready = false;
 void (*break_handler)(int) = nullptr;
+// Windows runs the control handler on a new thread for every CTRL-C; only the
+// first one is delivered, as with the single delivery thread on POSIX. Later
+// ones are swallowed while the first handler runs (it ends the process).
+volatile LONG break_delivered = 0;
 
 CRITICAL_SECTION& lock() {
   if (!output_lock_ready) {
@@ -24,6 +28,7 @@ CRITICAL_SECTION& lock() {
 BOOL WINAPI on_console_control(DWORD control_type) {
   if (control_type != CTRL_C_EVENT && control_type != CTRL_BREAK_EVENT) return FALSE;
   if (break_handler == nullptr) return FALSE;
+  if (InterlockedExchange(&break_delivered, 1) != 0) return TRUE;  // already handling one
   break_handler(2);  // SIGINT; does not return
   return TRUE;
 }
@@ -57,11 +62,15 @@ void os_unlock_output() { LeaveCriticalSection(&lock()); }
 
 int os_install_break_handler(void (*handler)(int)) {
   break_handler = handler;
+  InterlockedExchange(&break_delivered, 0);
   return SetConsoleCtrlHandler(on_console_control, TRUE) ? 0 : -1;
 }
 
 void os_remove_break_handler() {
   SetConsoleCtrlHandler(on_console_control, FALSE);
+  // A handler already running ends the process; never return into a program
+  // whose cleanup it is doing.
+  while (InterlockedCompareExchange(&break_delivered, 0, 0) != 0) Sleep(INFINITE);
   break_handler = nullptr;
 }
 

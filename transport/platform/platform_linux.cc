@@ -404,5 +404,5 @@ void reset_linux_platform() {
   }
   note[0] = '\0';
   sys = &kRealSystem;
-  root = "/";
+  root.assign(1, '/');  // not `= "/"`: GCC 12 at -O3 reports a false -Wrestrict there
 }
