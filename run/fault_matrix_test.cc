@@ -179,8 +179,8 @@ TEST(FaultMatrix, UnloadReloadAndErrorRateFaults) {
        "ERROR: \"load/unload\" command is not supported (aborting \"/uld\" option\r\n"
        "for SCSI id 2 LUN 0)\r\n",
        0x1E},
-      // The drive refuses to unload a cartridge whose removal is prevented.
-      {"unload while prevented", "", {"/megs", "1", "/uld"}, 1,
+      // A drive that refuses to unload a cartridge whose removal is prevented.
+      {"unload while prevented", "unload_when_prevented = refuse\n", {"/megs", "1", "/uld"}, 1,
        "ERROR: unable to unload drive at SCSI id 2 LUN 0\r\n\r\nWin32 SRB status . 00 (no error)\r\n"
        "SRB targ status .. 02 (check condition)\r\nSRB sense key .... 05 (illegal request)\r\n",
        kLoadUnload},
