@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "console/log_output.h"
 #include "engine/sizing.h"
@@ -59,7 +60,11 @@ int load_buffer_from_file(const char* file_name, uint8_t* buffer, uint32_t lengt
     screen_printf("ERROR: no file name, NULL buffer, or zero buffer length (buffer not loaded)\r\n");
     return -1;
   }
-  FILE* file = std::fopen(file_name, "rb");
+  // A directory opens as a file on some systems and then yields nothing, which
+  // would quietly make the pattern all 0xFF; it cannot be a pattern file.
+  std::error_code not_checked;
+  FILE* file = std::filesystem::is_directory(file_name, not_checked) ? nullptr
+                                                                    : std::fopen(file_name, "rb");
   if (file == nullptr) {
     screen_printf("ERROR: cannot open \"%s\" for input\r\n", file_name);
     return -1;
