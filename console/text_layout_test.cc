@@ -31,19 +31,6 @@ TEST(TextLayout, CentresOnVisibleCharactersInEightyColumns) {
   EXPECT_EQ(std::string(40, ' ') + "\r\n", centred(""));
 }
 
-TEST(TextLayout, BannerFitsAndTitleBlockHasFourLines) {
-  size_t length = std::strlen(kBannerLine);
-  EXPECT_LE(length, 80u);
-  EXPECT_EQ(std::string(18, '>') + " ", std::string(kBannerLine, 19));
-  EXPECT_EQ(" " + std::string(18, '<'), std::string(kBannerLine + length - 19));
-
-  OutputCapture capture;
-  print_title({screen_stream(), nullptr}, "T");
-  std::string expected = "\r\n" + std::string((80 - length) / 2 + length % 2, ' ') +
-                         kBannerLine + "\r\n\r\n" + std::string(40, ' ') + "T\r\n";
-  EXPECT_EQ(expected, capture.screen());
-}
-
 int fixed_hour;
 void fixed_clock(std::tm* now) {
   std::memset(now, 0, sizeof *now);

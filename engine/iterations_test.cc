@@ -45,7 +45,6 @@ TEST(TransferRate, IsWholeKilobytesOfAThousandBytesPerSecondWithoutWrapping) {
 // bytes written (in units of 100 per command) at offset 0, rewrites at 4.
 struct IterationDrive {
   unsigned writes;
-  unsigned fail_write_at;          // 0: never
   uint32_t rewrites_per_write[2];  // first 32 writes, then the rest
   uint32_t written_units, rewrites;
 };
@@ -57,13 +56,6 @@ void drive_answer(const PassThroughRequest& request, PassThroughReply& reply) {
   switch (request.cdb[0]) {
     case 0x0A:
       ++drive.writes;
-      if (drive.writes == drive.fail_write_at) {
-        reply.scsi_status = 0x02;
-        std::vector<uint8_t> sense = fake_fixed_sense(0x03, 0x0C, 0x00);
-        std::memcpy(request.sense, sense.data(), sense.size());
-        reply.sense_length = static_cast<uint8_t>(sense.size());
-        return;
-      }
       drive.written_units += 100;
       drive.rewrites += drive.rewrites_per_write[drive.writes <= 32 ? 0 : 1];
       break;
@@ -237,14 +229,6 @@ TEST_F(IterationTest, OnlyTheSelectedPercentageIsJudged) {
   const std::string tail = "\r\nmaximum ECC percentage calculated ............ 0.0% (passed)\r\n";
   EXPECT_EQ(tail, report.substr(report.size() - tail.size()));
   EXPECT_EQ(std::string::npos, report.find("maximum RWR"));
-}
-
-TEST_F(IterationTest, AFailedWriteEndsTheRunAtOnce) {
-  plan_two_intervals();
-  drive.fail_write_at = 20;
-  OutputCapture capture;
-  EXPECT_EQ(-1, run_test_iterations());
-  EXPECT_EQ("01 15 10 0a*20 ", opcodes());  // no rewind, no read test
 }
 
 TEST_F(IterationTest, NoIterationsStillRewindAndSetTheBlockMode) {

@@ -38,14 +38,6 @@ TEST(ExitCode, HelpScreenIsExactAndExitsWithZero) {
   EXPECT_EQ("", run.errors);
 }
 
-TEST(ExitCode, HelpAfterAFailedCheckStillExitsWithZero) {
-  ProcessRun run = run_bftdtest("/maxtl 0 /lbsize ms '/?'");
-  EXPECT_EQ(0, run.exit_code);
-  EXPECT_NE(std::string::npos, run.screen.find("COMMAND LINE OPTIONS:"));
-  EXPECT_EQ("ERROR: maximum write/read data transfer length must be greater than zero\n",
-            run.errors);
-}
-
 TEST(ExitCode, OptionErrorsExitWithOne) {
   const struct {
     const char* arguments;

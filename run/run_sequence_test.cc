@@ -2,11 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -167,22 +164,6 @@ TEST_F(RunSequence, BreakEndsWithOneAndLeavesWholeLines) {
   for (size_t at = 0; at < text.size(); at += line_length) {
     ASSERT_EQ(line_text, text.substr(at + 18, line_text.size()));
   }
-}
-
-// The real program, no options: nothing answers at the default address, so
-// setup fails, the output file gets its one line and the exit code is 1.
-TEST(Program, RunWithoutDriveExitsOneWithTheAccessMessage) {
-  std::string dir = ::testing::TempDir() + "run_without_drive";
-  std::string command = "mkdir -p '" + dir + "' && cd '" + dir + "' && rm -f bftdtest.out && '" +
-                        BFTDTEST_EXE + "' > screen.txt 2> errors.txt";
-  int status = std::system(command.c_str());
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(1, WEXITSTATUS(status));
-  std::string output = read_file_bytes(dir + "/bftdtest.out");
-  const std::string message = "ERROR: unable to access tape drive at SCSI id 2 LUN 0\n";
-  EXPECT_EQ(message, output.substr(0, message.size()));
-  EXPECT_EQ('\n', output.back());
-  EXPECT_EQ(output, read_file_bytes(dir + "/screen.txt"));
 }
 
 }  // namespace

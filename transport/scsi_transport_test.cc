@@ -12,15 +12,6 @@ class TransportSetters : public ::testing::Test {
   void TearDown() override { reset_scsi_transport(); }
 };
 
-TEST_F(TransportSetters, StartFromTheInitialAddress) {
-  EXPECT_EQ(0, scsi_transport.adapter);
-  EXPECT_EQ(0, scsi_transport.bus);
-  EXPECT_EQ(2, scsi_transport.target_id);
-  EXPECT_EQ(0, scsi_transport.target_lun);
-  EXPECT_EQ(1, scsi_transport.fixed_bit);
-  EXPECT_EQ(nullptr, scsi_transport.cdb_list_stream);
-}
-
 TEST_F(TransportSetters, RangeChecksPrintTheirErrorAndKeepTheOldValue) {
   OutputCapture capture;
   EXPECT_EQ(0, set_target_id(15));
@@ -40,12 +31,10 @@ TEST_F(TransportSetters, RangeChecksPrintTheirErrorAndKeepTheOldValue) {
 }
 
 TEST_F(TransportSetters, FixedBitIsOnOnlyForOne) {
-  set_fixed_bit(2);
-  EXPECT_EQ(0, scsi_transport.fixed_bit);
-  set_fixed_bit(1);
-  EXPECT_EQ(1, scsi_transport.fixed_bit);
-  set_fixed_bit(0);
-  EXPECT_EQ(0, scsi_transport.fixed_bit);
+  for (uint8_t value : {uint8_t{2}, uint8_t{1}, uint8_t{0}}) {
+    set_fixed_bit(value);
+    EXPECT_EQ(value == 1 ? 1 : 0, scsi_transport.fixed_bit) << int{value};
+  }
 }
 
 }  // namespace

@@ -209,10 +209,6 @@ void fake_reset() { state() = FakeState{}; }
 
 const Platform* fake_platform() { return &kFakePlatform; }
 
-void fake_add_adapter(uint8_t adapter, uint8_t bus_count) {
-  state().adapters[adapter].bus_count = bus_count;
-}
-
 void fake_set_adapter_open_error(uint8_t adapter, uint32_t error) {
   state().adapters[adapter].open_error = error;
 }

@@ -46,7 +46,6 @@ void fake_reset();
 const Platform* fake_platform();
 
 // Adapters and units. An adapter that was never added is "not found".
-void fake_add_adapter(uint8_t adapter, uint8_t bus_count = 1);
 void fake_set_adapter_open_error(uint8_t adapter, uint32_t error);  // e.g. 32: held
 void fake_fail_adapter_query(uint8_t adapter);
 // Adds a logical unit with standard inquiry data (type in bits 4-0,

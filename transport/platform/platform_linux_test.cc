@@ -3,7 +3,6 @@
 #include "transport/platform/platform_linux.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -61,19 +60,6 @@ TEST_F(LinuxDiscovery, MachineWithoutScsiLayerFindsNothingQuietly) {
   }
   EXPECT_EQ("<none>", last_error());
   EXPECT_TRUE(kernel.opens.empty());
-}
-
-TEST(LinuxPlatform, RealMachineWithoutScsiLayerFindsNothingQuietly) {
-  struct stat info;
-  if (::stat("/sys/class/scsi_host", &info) == 0 || ::stat("/sys/class/scsi_device", &info) == 0) {
-    GTEST_SKIP() << "this machine has a SCSI layer";
-  }
-  reset_linux_platform();
-  PlatformHandle handle = 0;
-  EXPECT_EQ(kErrorNotFound, open_name("\\\\.\\Scsi0:", &handle));
-  EXPECT_EQ(kErrorNotFound, open_name("\\\\.\\Tape0", &handle));
-  EXPECT_EQ(kInvalidPlatformHandle, handle);
-  EXPECT_EQ("<none>", last_error());
 }
 
 TEST_F(LinuxDiscovery, AdapterListsUnitsBusByBusWithClaimedFlags) {
