@@ -7,6 +7,7 @@ namespace {
 FILE* screen_override = nullptr;
 FILE* error_override = nullptr;
 FILE* current_log_file = nullptr;
+bool write_failure_seen = false;
 
 }  // namespace
 
@@ -64,7 +65,14 @@ void flush_stream(FILE* stream) {
   os_lock_output();
   int failed = std::fflush(stream);
   os_unlock_output();
-  if (failed != 0) error_printf("ERROR: unable to flush output stream\r\n");
+  if (failed != 0) {
+    write_failure_seen = true;
+    error_printf("ERROR: unable to flush output stream\r\n");
+  }
 }
+
+bool report_write_failed() { return write_failure_seen; }
+void note_report_write_failure() { write_failure_seen = true; }
+void reset_report_write_failure() { write_failure_seen = false; }
 
 void seal_output() { os_lock_output(); }

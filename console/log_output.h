@@ -50,6 +50,13 @@ void error_printf(const char* format, ...) BFT_PRINTF_FORMAT(1, 2);
 // stream as "ERROR: unable to flush output stream\r\n".
 void flush_stream(FILE* stream);
 
+// True once a flush or close of a report stream (output file, CDB list) has
+// failed since the last reset: the report on disk is incomplete, and a run
+// that otherwise passed must not end with exit code 0.
+bool report_write_failed();
+void note_report_write_failure();
+void reset_report_write_failure();
+
 // Takes the output lock for good: after this no thread writes another byte
 // through this file's routines. Used by the CTRL-C handler before it closes
 // the files and ends the process.

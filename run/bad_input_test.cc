@@ -198,12 +198,16 @@ TEST(BadInput, SizesBeyondTheCommandsOrTheMemoryEndTheRunBeforeTheTest) {
 }
 
 // A full disk under the output file: the run goes on (the screen has the
-// whole report) and says that the file did not take it.
+// whole report), says that the file did not take it, and ends with exit code 1.
 TEST(BadInput, OutputFileThatCannotTakeTheReportIsReported) {
   WorkDirectory directory;
   ChildEnd end = run_bftdtest_child({"/vtape", "/ofile", "/dev/full", "/megs", "1"});
   ASSERT_TRUE(end.ended);
   EXPECT_NE(std::string::npos, end.errors.find("ERROR: unable to flush output stream\r\n"));
+  // The test itself ran through, but its report is lost: that is no pass.
+  EXPECT_NE(std::string::npos,
+            end.errors.find("ERROR: the report files could not be written completely\n"));
+  EXPECT_EQ(1, end.exit_code);
   EXPECT_NE(std::string::npos, end.screen.find("read/compare test interval 1 of 1"));
 }
 

@@ -100,6 +100,11 @@ int run_program(int argc, char** argv) {
     if (size_test() == 0 && run_test_iterations() == 0) exit_code = 0;
   }
   cleanup_run();
+  // A report that did not reach the disk whole cannot vouch for a passed test.
+  if (report_write_failed()) {
+    if (exit_code == 0) error_printf("ERROR: the report files could not be written completely\n");
+    exit_code = 1;
+  }
   return exit_code;
 }
 
@@ -134,7 +139,7 @@ void cleanup_run() {
   shutdown_transport();  // closes the output file
   if (cdb_list_file != nullptr) {
     set_cdb_list_stream(nullptr);
-    std::fclose(cdb_list_file);
+    if (std::fclose(cdb_list_file) != 0) note_report_write_failure();
     cdb_list_file = nullptr;
   }
   show_cursor();
@@ -169,6 +174,7 @@ void reset_program_state() {
   set_log_file(nullptr);
   if (output != nullptr) std::fclose(output);
   reset_settings();
+  reset_report_write_failure();
   reset_option_parser();
   reset_dsc_entries();
   reset_device_table();

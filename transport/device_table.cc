@@ -195,7 +195,7 @@ void shutdown_transport() {
   FILE* output = log_file();
   if (output != nullptr) {
     set_log_file(nullptr);
-    std::fclose(output);
+    if (std::fclose(output) != 0) note_report_write_failure();
   }
   show_cursor();
 }
