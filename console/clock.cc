@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "console/log_output.h"
-#include "transport/platform/os.h"
+#include "os/os.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "console/log_output.h"
 
-#include "transport/platform/os.h"
+#include "os/os.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "drive_status/dsc_config.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "transport/command_buffers.h"
 #include "transport/scsi_transport.h"

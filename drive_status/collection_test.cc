@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "drive_status/dsc_config.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "testing/output_capture.h"
 #include "transport/device_table.h"
 #include "transport/transport_testing.h"

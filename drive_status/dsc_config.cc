@@ -3,9 +3,9 @@
 #include <cstring>
 
 #include "console/log_output.h"
-#include "run/config_tokens.h"
-#include "run/number_syntax.h"
-#include "run/settings.h"
+#include "settings/config_tokens.h"
+#include "settings/number_syntax.h"
+#include "settings/settings.h"
 
 DscEntry dsc_entries[kDscKeywordCount];
 

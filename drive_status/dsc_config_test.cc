@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "run/settings.h"
-#include "run/work_directory_testing.h"
+#include "settings/settings.h"
+#include "testing/work_directory_testing.h"
 #include "testing/output_capture.h"
 
 namespace {

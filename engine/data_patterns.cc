@@ -7,7 +7,7 @@
 
 #include "console/log_output.h"
 #include "engine/sizing.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "transport/scsi_transport.h"
 
 namespace {

@@ -9,7 +9,7 @@
 
 #include "console/log_output.h"
 #include "engine/sizing.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "testing/output_capture.h"
 
 namespace {

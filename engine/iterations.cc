@@ -6,7 +6,7 @@
 #include "drive_status/dsc_config.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "tape/drive_operations.h"
 #include "transport/scsi_transport.h"

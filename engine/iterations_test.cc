@@ -13,7 +13,7 @@
 #include "drive_status/collection.h"
 #include "drive_status/dsc_config.h"
 #include "engine/sizing.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "tape/drive_operations.h"
 #include "testing/output_capture.h"

@@ -6,10 +6,9 @@
 
 #include "console/log_output.h"
 #include "engine/data_patterns.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "transport/scsi_transport.h"
 
-TestPlan test_plan;
 uint8_t* data_buffer_1 = nullptr;
 uint8_t* data_buffer_2 = nullptr;
 

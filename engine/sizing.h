@@ -1,21 +1,13 @@
 // Test sizing: the amounts asked for become whole numbers of Write/Read
 // commands and status intervals, and the two data buffers are allocated.
-// One program-wide plan, written once by `size_test` before the first
-// iteration and only read afterwards.
+// The plan (settings/test_plan.h) is written once by `size_test` before the
+// first iteration and only read afterwards.
 #pragma once
 
 #include <cstdint>
 
-struct TestPlan {
-  uint32_t block_unit;             // logical block size, or 1 in variable block mode
-  uint32_t blocks_per_command;     // transfer length field of every Write/Read CDB
-  uint32_t total_commands;         // Write (and Read) commands of one test
-  uint32_t commands_per_interval;  // commands of one status interval
-  uint32_t interval_count;         // status intervals of one test
-  double megabytes_per_interval;
-};
+#include "settings/test_plan.h"
 
-extern TestPlan test_plan;
 // Buffer 1 holds the test pattern (source of every Write, reference of every
 // compare); buffer 2 receives every Read. Both `max_transfer_length` bytes,
 // page-aligned and zero-filled; null until allocated and after release.

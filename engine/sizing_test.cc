@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "testing/output_capture.h"
 
 namespace {

@@ -5,7 +5,7 @@
 
 #include "console/log_output.h"
 #include "engine/sizing.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "transport/scsi_transport.h"
 #include "transport/status_report.h"

@@ -7,7 +7,7 @@
 
 #include "engine/data_patterns.h"
 #include "engine/sizing.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "testing/output_capture.h"
 #include "transport/device_table.h"

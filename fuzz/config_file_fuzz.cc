@@ -5,7 +5,7 @@
 #include "fuzz/fuzz_support.h"
 #include "run/options.h"
 #include "run/run_sequence.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz_prepare();

@@ -14,8 +14,9 @@
 #include "drive_status/dsc_config.h"
 #include "fuzz/fuzz_support.h"
 #include "run/run_sequence.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "transport/device_table.h"
+#include "transport/transport_lifecycle.h"
 #include "transport/platform/fake_platform_testing.h"
 #include "transport/scsi_transport.h"
 

@@ -7,7 +7,7 @@
 #include "drive_status/dsc_config.h"
 #include "fuzz/fuzz_support.h"
 #include "run/run_sequence.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "fuzz/fuzz_support.h"
-#include "run/number_syntax.h"
+#include "settings/number_syntax.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "fuzz/fuzz_support.h"
 #include "run/options.h"
 #include "run/run_sequence.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 
 namespace {
 

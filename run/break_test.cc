@@ -22,9 +22,9 @@
 #include <thread>
 #include <vector>
 
-#include "run/process_testing.h"
-#include "run/report_files_testing.h"
-#include "run/work_directory_testing.h"
+#include "testing/process_testing.h"
+#include "testing/report_files_testing.h"
+#include "testing/work_directory_testing.h"
 #include "testing/output_capture.h"
 
 namespace {

@@ -6,9 +6,9 @@
 #include "console/log_output.h"
 #include "console/text_layout.h"
 #include "drive_status/dsc_config.h"
-#include "run/config_tokens.h"
-#include "run/number_syntax.h"
-#include "run/settings.h"
+#include "settings/config_tokens.h"
+#include "settings/number_syntax.h"
+#include "settings/settings.h"
 
 namespace {
 

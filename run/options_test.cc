@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "drive_status/dsc_config.h"
-#include "run/settings.h"
-#include "run/work_directory_testing.h"
+#include "settings/settings.h"
+#include "testing/work_directory_testing.h"
 #include "testing/output_capture.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "console/log_output.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "testing/output_capture.h"
 #include "transport/device_table.h"
 #include "transport/platform/fake_platform_testing.h"

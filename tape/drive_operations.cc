@@ -4,8 +4,8 @@
 
 #include "console/clock.h"
 #include "console/log_output.h"
-#include "engine/sizing.h"
-#include "run/settings.h"
+#include "settings/test_plan.h"
+#include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "transport/command_buffers.h"
 #include "transport/scsi_transport.h"

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "engine/sizing.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "testing/output_capture.h"
 #include "transport/command_buffers.h"

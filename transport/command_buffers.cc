@@ -3,7 +3,6 @@
 #include <cstdlib>
 
 #include "console/log_output.h"
-#include "transport/executor.h"
 #include "transport/scsi_transport.h"
 
 uint8_t* sense_buffer = nullptr;
@@ -43,8 +42,6 @@ int init_command_buffers() {
     }
   }
   scsi_transport.result.sense_data = sense_buffer;
-  // A freshly zeroed buffer has nothing for the executor to wipe.
-  note_sense_buffer_clean();
   return 0;
 }
 

@@ -3,10 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "console/clock.h"
 #include "console/log_output.h"
-#include "transport/command_buffers.h"
-#include "transport/platform/os.h"
 #include "transport/scsi_transport.h"
 
 DeviceEntry device_table[kDeviceTableSize];
@@ -177,27 +174,6 @@ void close_device_handles() {
     DeviceHandle* record = device_table[slot].record;
     if (record != nullptr && record->handle != kInvalidPlatformHandle) close_record(record);
   }
-}
-
-int start_transport(void (*on_break)(int)) {
-  if (init_command_buffers() != 0) return -1;
-  if (scan_devices() != 0) return -1;
-  if (on_break != nullptr && os_install_break_handler(on_break) != 0) {
-    report_printf("WARNING: CTRL-C handler could not be installed\r\n");
-  }
-  return 0;
-}
-
-void shutdown_transport() {
-  close_device_handles();
-  os_remove_break_handler();
-  free_command_buffers();
-  FILE* output = log_file();
-  if (output != nullptr) {
-    set_log_file(nullptr);
-    if (std::fclose(output) != 0) note_report_write_failure();
-  }
-  show_cursor();
 }
 
 void reset_device_table() {

@@ -1,6 +1,6 @@
 // Device discovery and handles: the scan of adapters and tape devices, the
 // table of devices the program may address, handles opened on first use and
-// closed by ageing, and the transport's start and shutdown.
+// closed by ageing.
 #pragma once
 
 #include <cstdint>
@@ -27,17 +27,11 @@ extern DeviceEntry device_table[kDeviceTableSize];
 extern uint8_t device_count;
 extern uint8_t open_handle_count;
 
-// Allocates the command buffers, scans the devices and installs `on_break`
-// for CTRL-C. 0 or -1.
-int start_transport(void (*on_break)(int));
 // Rebuilds `device_table` from the active platform. 0 or -1.
 int scan_devices();
 // An open handle for the addressed device, or kInvalidPlatformHandle; sets
 // `win32_error` of the result.
 PlatformHandle get_device_handle();
-// Closes every open handle, restores default CTRL-C handling, frees the
-// command buffers, closes the log file and shows the cursor.
-void shutdown_transport();
 // For the CTRL-C handler: closes every open device handle and nothing else
 // (no memory is freed under a test thread that may still run).
 void close_device_handles();

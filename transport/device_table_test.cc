@@ -1,4 +1,5 @@
 #include "transport/device_table.h"
+#include "transport/transport_lifecycle.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 
 #include "transport/command_buffers.h"
 #include "transport/device_table.h"
-#include "transport/platform/os.h"
+#include "os/os.h"
 #include "transport/scsi_transport.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "vtape/drive_state.h"
 
-#include "transport/platform/os.h"
+#include "os/os.h"
 
 namespace {
 constexpr uint64_t kMegabyte = 1048576;

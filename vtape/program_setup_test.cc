@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "run/work_directory_testing.h"
+#include "testing/work_directory_testing.h"
 #include "testing/output_capture.h"
 
 namespace {

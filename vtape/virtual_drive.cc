@@ -13,8 +13,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "run/settings.h"
-#include "transport/platform/os.h"
+#include "settings/settings.h"
+#include "os/os.h"
 #include "vtape/backing_file.h"
 #include "vtape/commands.h"
 #include "vtape/description.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "testing/output_capture.h"
 #include "vtape/drive_state.h"
 #include "vtape/vtape_testing.h"

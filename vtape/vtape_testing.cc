@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "vtape/virtual_drive.h"
 
 int32_t Answer::information() const {

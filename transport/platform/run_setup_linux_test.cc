@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "run/run_sequence.h"
-#include "run/work_directory_testing.h"
+#include "testing/work_directory_testing.h"
 #include "testing/output_capture.h"
 #include "transport/platform/fake_linux_testing.h"
 #include "transport/platform/platform.h"

@@ -1,4 +1,4 @@
-#include "run/number_syntax.h"
+#include "settings/number_syntax.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "console/report_header.h"
+#include "run/report_header.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "console/text_layout.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "testing/output_capture.h"
 #include "transport/device_table.h"
 #include "transport/scsi_transport.h"

@@ -1,4 +1,4 @@
-#include "run/process_testing.h"
+#include "testing/process_testing.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,4 +1,4 @@
-#include "run/config_tokens.h"
+#include "settings/config_tokens.h"
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 // Win32 services: a critical section for the output lock, Sleep, the console
 // cursor calls, and CTRL-C through the console control handler, which Windows
 // runs on a thread of its own.
-#include "transport/platform/os.h"
+#include "os/os.h"
 
 #include <fcntl.h>
 #include <io.h>

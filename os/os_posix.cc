@@ -1,7 +1,7 @@
 // POSIX services: pthread mutex for the output lock, nanosleep, ANSI cursor
 // sequences on a terminal, and CTRL-C received with sigwait on a dedicated
 // thread while SIGINT stays blocked in the test thread.
-#include "transport/platform/os.h"
+#include "os/os.h"
 
 #include <pthread.h>
 #include <signal.h>

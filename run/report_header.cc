@@ -1,4 +1,4 @@
-#include "console/report_header.h"
+#include "run/report_header.h"
 
 #include <cstdint>
 #include <cstring>
@@ -6,7 +6,7 @@
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "console/text_layout.h"
-#include "run/settings.h"
+#include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "transport/command_buffers.h"
 #include "transport/scsi_transport.h"

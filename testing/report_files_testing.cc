@@ -1,4 +1,4 @@
-#include "run/report_files_testing.h"
+#include "testing/report_files_testing.h"
 
 bool ends_with_whole_line(const std::string& text) {
   return text.empty() || (text.size() >= 2 && text.compare(text.size() - 2, 2, "\r\n") == 0);

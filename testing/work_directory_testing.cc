@@ -1,4 +1,4 @@
-#include "run/work_directory_testing.h"
+#include "testing/work_directory_testing.h"
 
 #include <fstream>
 #include <random>

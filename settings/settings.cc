@@ -1,4 +1,5 @@
-#include "run/settings.h"
+#include "settings/settings.h"
+#include "settings/test_plan.h"
 
 #include <cstring>
 
@@ -22,6 +23,7 @@ TestSettings default_settings() {
 
 TestSettings test_settings = default_settings();
 uint16_t exit_code = 1;
+TestPlan test_plan;
 
 void reset_settings() {
   test_settings = default_settings();
