@@ -32,10 +32,13 @@ TEST(ExitCode, HelpScreenIsExactAndExitsWithZero) {
   std::string expected =
       read_file_bytes(std::string(BFTDTEST_SOURCE_DIR) + "/run/testdata/help_screen.txt");
   ASSERT_NE("<missing>", expected);
-  ProcessRun run = run_bftdtest("'/?'");
-  EXPECT_EQ(0, run.exit_code);
-  EXPECT_EQ(expected, run.screen);
-  EXPECT_EQ("", run.errors);
+  // The spellings of other tools do the same.
+  for (const char* arguments : {"'/?'", "--help", "-h", "'-?'", "/h"}) {
+    ProcessRun run = run_bftdtest(arguments);
+    EXPECT_EQ(0, run.exit_code) << arguments;
+    EXPECT_EQ(expected, run.screen) << arguments;
+    EXPECT_EQ("", run.errors) << arguments;
+  }
 }
 
 TEST(ExitCode, OptionErrorsExitWithOne) {

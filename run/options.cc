@@ -157,6 +157,28 @@ int apply_virtual_drive(OptionCall& call) {
   return 0;
 }
 
+int apply_results_file(OptionCall& call) {
+  copy_cut(test_settings.results_file_name, kFileNameCapacity, take_value(call));
+  test_settings.results_file_enabled = 1;
+  return 0;
+}
+
+int apply_strict(OptionCall&) {
+  test_settings.strict_exit = 1;
+  return 0;
+}
+
+int apply_health(OptionCall&) {
+  test_settings.health_enabled = 1;
+  return 0;
+}
+
+int apply_chart_file(OptionCall& call) {
+  copy_cut(test_settings.chart_file_name, kFileNameCapacity, take_value(call));
+  test_settings.chart_enabled = 1;
+  return 0;
+}
+
 int apply_help(OptionCall&) {
   print_help();
   exit_code = 0;
@@ -192,7 +214,16 @@ constexpr OptionSpec kOptions[] = {
     {"/dsc", ValueNeed::kRequired, apply_drive_status},
     {"/uld", ValueNeed::kNone, apply_unload},
     {"/vtape", ValueNeed::kOptional, apply_virtual_drive},
+    {"/json", ValueNeed::kRequired, apply_results_file},
+    {"/strict", ValueNeed::kNone, apply_strict},
+    {"/health", ValueNeed::kNone, apply_health},
+    {"/plot", ValueNeed::kRequired, apply_chart_file},
     {"/?", ValueNeed::kNone, apply_help},
+    // The spellings other tools use for help.
+    {"/h", ValueNeed::kNone, apply_help},
+    {"-h", ValueNeed::kNone, apply_help},
+    {"-?", ValueNeed::kNone, apply_help},
+    {"--help", ValueNeed::kNone, apply_help},
 };
 
 const OptionSpec* find_option(const char* argument) {
@@ -358,6 +389,10 @@ void print_help() {
       "  /dsc <label> [delay]\tdrive status configuration label (see \"bftdtest.dsc\")\n",
       "  /uld\t\t\tunload/reload drive after each test iteration\n",
       "  /vtape [file]\t\tuse the built-in virtual tape drive\n",
+      "  /json <file>\t\twrite a JSON Lines results file\n",
+      "  /strict\t\texit code 2 when the test must not count as a pass\n",
+      "  /health\t\treport TapeAlert flags, drive counters, adapter limits\n",
+      "  /plot <file>\t\twrite a streaming chart of the test (SVG)\n",
       "  /?\t\t\tthis help screen\n",
   };
   for (const char* text : kOptionLines) screen_printf("%s", text);

@@ -124,7 +124,7 @@ TEST(Options, ValueIsTakenEvenWhenItLooksLikeAnOption) {
 }
 
 TEST(Options, OptionNamesMatchInFullWithCase) {
-  for (const char* word : {"/MEGS", "/meg", "/megs2", "megs", "-?", ""}) {
+  for (const char* word : {"/MEGS", "/meg", "/megs2", "megs", "-H", "/H", ""}) {
     Parse p = parse({word, "1"});
     EXPECT_EQ(-1, p.result) << word;
     EXPECT_EQ(std::string("ERROR: invalid option on command line -- \"") + word + "\"\n",

@@ -35,6 +35,13 @@ struct TestSettings {
   // SCSI pass-through; the file name is empty when the drive's defaults apply.
   uint8_t virtual_drive_enabled;
   char virtual_drive_file_name[kFileNameCapacity];
+  // Additions beside the classic report; each off unless its option is given.
+  uint8_t results_file_enabled;  // `/json <file>`: JSON Lines results file
+  char results_file_name[kFileNameCapacity];
+  uint8_t strict_exit;  // `/strict`: exit code 2 for a run that must not count as a pass
+  uint8_t health_enabled;  // `/health`: TapeAlert, log page counters, adapter limits
+  uint8_t chart_enabled;  // `/plot <file>`: streaming chart (SVG)
+  char chart_file_name[kFileNameCapacity];
 };
 
 extern TestSettings test_settings;
