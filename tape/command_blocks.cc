@@ -83,8 +83,9 @@ void scsi_mode_sense(uint8_t allocation_length) {
   send_6(0x1A, 0, allocation_length, mode_buffer, allocation_length);
 }
 
-void scsi_mode_select(uint8_t parameter_list_length) {
-  send_6(0x15, 0, parameter_list_length, mode_buffer, parameter_list_length);
+void scsi_mode_select(uint8_t parameter_list_length, uint8_t page_format) {
+  send_6(0x15, page_format != 0 ? 0x10 : 0x00, parameter_list_length, mode_buffer,
+         parameter_list_length);
 }
 
 void scsi_rewind(uint8_t immediate) {

@@ -21,7 +21,8 @@ void scsi_test_unit_ready();
 void scsi_request_sense(uint8_t allocation_length);
 void scsi_inquiry(uint8_t allocation_length);
 void scsi_mode_sense(uint8_t allocation_length);
-void scsi_mode_select(uint8_t parameter_list_length);
+// PF (page format, byte 1 bit 4) set when `page_format` is not 0.
+void scsi_mode_select(uint8_t parameter_list_length, uint8_t page_format);
 void scsi_rewind(uint8_t immediate);
 int scsi_read(uint32_t transfer_length);   // 0, or -1 without a read/write buffer
 int scsi_write(uint32_t transfer_length);  // 0, or -1 without a read/write buffer

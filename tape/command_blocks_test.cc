@@ -44,7 +44,9 @@ TEST_F(CommandBlocks, EveryBuilderSendsItsExactBytes) {
        255},
       {"inquiry", 0, 1, [] { scsi_inquiry(255); }, "12 00 00 00 ff 00", inquiry_buffer, 255},
       {"mode sense", 0, 1, [] { scsi_mode_sense(12); }, "1a 00 00 00 0c 00", mode_buffer, 12},
-      {"mode select", 0, 1, [] { scsi_mode_select(12); }, "15 00 00 00 0c 00", mode_buffer, 12},
+      {"mode select", 0, 1, [] { scsi_mode_select(12, 0); }, "15 00 00 00 0c 00", mode_buffer, 12},
+      {"mode select, PF", 3, 1, [] { scsi_mode_select(12, 1); }, "15 70 00 00 0c 00", mode_buffer,
+       12},
       {"rewind", 0, 1, [] { scsi_rewind(0); }, "01 00 00 00 00 00", no_data_buffer, 0},
       {"rewind immediate", 0, 1, [] { scsi_rewind(5); }, "01 01 00 00 00 00", no_data_buffer, 0},
       {"write fixed, LUN 3", 3, 1, [] { scsi_write(0x40); }, "0a 61 00 00 40 00", data,
@@ -116,7 +118,7 @@ TEST_F(CommandBlocks, DataInBuffersAreClearedBeforeTheCommand) {
     EXPECT_EQ(c.size, first_nonzero);
   }
   std::memset(mode_buffer, 0x5A, kModeBufferSize);
-  scsi_mode_select(12);
+  scsi_mode_select(12, 0);
   EXPECT_EQ(0x5A, mode_buffer[0]);  // Mode Select sends what the caller filled
 }
 

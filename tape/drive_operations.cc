@@ -13,6 +13,7 @@
 
 uint8_t removal_lock_step = 1;
 uint8_t load_unload_step = 1;
+uint8_t mode_select_page_format = 0;
 
 namespace {
 
@@ -57,6 +58,7 @@ int finish(int result) {
 void reset_drive_operations() {
   removal_lock_step = 1;
   load_unload_step = 1;
+  mode_select_page_format = 0;
 }
 
 int read_block_mode() {
@@ -92,7 +94,19 @@ int set_block_mode() {
   mode_buffer[10] = static_cast<uint8_t>(block_size >> 8);
   mode_buffer[11] = static_cast<uint8_t>(block_size);
   set_fixed_bit(block_size != 0 ? 1 : 0);
-  scsi_mode_select(kModeParameterListLength);
+  scsi_mode_select(kModeParameterListLength, mode_select_page_format);
+  // SCSI-2 and later drives may insist on the page format bit (HP LTO drives
+  // do) and refuse its absence as INVALID FIELD IN CDB: the same parameter
+  // list goes out once more with it set, and keeps it set for the run.
+  if (mode_select_page_format == 0 && command_failed() && sense_is(0x5, 0x24, 0x00)) {
+    scsi_mode_select(kModeParameterListLength, 1);
+    if (!command_failed()) {
+      mode_select_page_format = 1;
+      report_printf(
+          "note: the drive refused \"mode select\" without the page format bit; sent again with "
+          "it set\r\n");
+    }
+  }
   int result = 0;
   if (command_failed()) {
     report_failure("unable to \"mode select\" requested block mode");

@@ -8,7 +8,10 @@
 
 extern uint8_t removal_lock_step;  // Prevent/Allow still used (starts at 1)
 extern uint8_t load_unload_step;   // Load/Unload still used (starts at 1)
-void reset_drive_operations();     // both flags back to 1
+// Mode Select goes out with the page format bit set (starts at 0; set once a
+// drive has refused it clear and accepted it set).
+extern uint8_t mode_select_page_format;
+void reset_drive_operations();     // the three flags back to their start values
 
 int read_block_mode();
 int set_block_mode();

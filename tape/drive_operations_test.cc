@@ -94,6 +94,17 @@ TEST_F(DriveOperations, SetBlockModeSendsTheParameterListAndSetsTheFixedBit) {
   test_plan.blocks_per_command = 0;
 }
 
+TEST_F(DriveOperations, ModeSelectRefusedWithoutPageFormatGoesAgainWithItForTheRun) {
+  OutputCapture capture;
+  fake_script_check_condition(0x5, 0x24, 0x00);
+  EXPECT_EQ(0, set_block_mode());
+  EXPECT_EQ(0, set_block_mode());
+  EXPECT_EQ((std::vector<std::string>{"15 00 00 00 0c 00", "15 10 00 00 0c 00", "15 10 00 00 0c 00"}),
+            sent());
+  reset_drive_operations();
+  EXPECT_EQ(0, mode_select_page_format);
+}
+
 TEST_F(DriveOperations, FailuresPrintTheirLineAndTheStatusReport) {
   struct Case {
     const char* name;
