@@ -128,6 +128,13 @@ const GoldenCase kGoldenCases[] = {
     // The default drive: Prevent, Unload, Load, the ready wait, Allow.
     {"unload_reload_prevented", "/uld /loop 2 /megs 1 /cfile bftdtest.cdb /vtape drive.vtape",
      "not_ready_polls = 1\n", false, 0},
+    // A drive that takes Mode Select only with the page format bit: refused
+    // without it (24/00), sent again with it, one note line.
+    {"mode_select_page_format", "/megs 1 /cfile bftdtest.cdb /vtape drive.vtape",
+     "mode_select_pf = required\n", false, 0},
+    // The second Mode Select fails too (unknown density, 26/00): its report.
+    {"mode_select_refused", "/den 0x13 /megs 1 /cfile bftdtest.cdb /vtape drive.vtape",
+     "mode_select_pf = required\n", false, 1},
 };
 
 class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};

@@ -236,6 +236,8 @@ int apply_key(const LineContext& at, const char* v, VtapeDescription* d) {
     return choice(at, v, "supported", "unsupported", &d->prevent_allow_supported);
   if (std::strcmp(k, "unload_when_prevented") == 0)
     return choice(at, v, "refuse", "hold", &d->unload_refused_while_prevented);
+  if (std::strcmp(k, "mode_select_pf") == 0)
+    return choice(at, v, "required", "optional", &d->mode_select_pf_required);
   if (std::strcmp(k, "rewrite_percent") == 0) return number32(at, v, 0, 100, &d->rewrite_percent);
   if (std::strcmp(k, "corrected_percent") == 0)
     return number32(at, v, 0, 100, &d->corrected_percent);

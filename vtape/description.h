@@ -37,6 +37,7 @@ struct VtapeDescription {
   bool load_unload_supported;
   bool prevent_allow_supported;
   bool unload_refused_while_prevented;  // else unload and hold the cartridge
+  bool mode_select_pf_required;         // Mode Select with PF clear is INVALID FIELD IN CDB
   uint32_t rewrite_percent;
   uint32_t corrected_percent;
 };

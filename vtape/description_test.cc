@@ -53,6 +53,7 @@ TEST(VtapeDescription, EveryKeyIsRead) {
       "filemark_at_read = 13\n"
       "load_unload = unsupported\n"
       "prevent_allow = unsupported\n"
+      "mode_select_pf = required\n"
       "rewrite_percent = 5\n"
       "corrected_percent = 7\n");
   ASSERT_EQ(0, r.result) << r.errors;
@@ -84,6 +85,7 @@ TEST(VtapeDescription, EveryKeyIsRead) {
   EXPECT_EQ(13u, d.filemark_at_read);
   EXPECT_FALSE(d.load_unload_supported);
   EXPECT_FALSE(d.prevent_allow_supported);
+  EXPECT_TRUE(d.mode_select_pf_required);
   EXPECT_EQ(5u, d.rewrite_percent);
   EXPECT_EQ(7u, d.corrected_percent);
   EXPECT_EQ("", r.errors);

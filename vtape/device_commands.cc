@@ -105,12 +105,17 @@ void mode_sense6(VirtualDrive* drive, const PassThroughRequest& request, Command
   return_data(request, request.cdb[4], data, with_descriptor ? 12 : 4, answer);
 }
 
-// Mode Select(6), PF 0 or 1: a header and at most one block descriptor. A
-// density of 0 or 7Fh keeps the current one; block length 0 selects
-// variable block mode, any other must lie within the block limits.
+// Mode Select(6), PF 0 or 1 (or only 1, as some drives insist): a header
+// and at most one block descriptor. A density of 0 or 7Fh keeps the current
+// one; block length 0 selects variable block mode, any other must lie within
+// the block limits.
 void mode_select6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer* answer) {
   if (request.cdb[1] & 0x01) {  // SP: nothing can be saved
     invalid_field_in_cdb(answer, 1);
+    return;
+  }
+  if (drive->description.mode_select_pf_required && (request.cdb[1] & 0x10) == 0) {
+    invalid_bit_in_cdb(answer, 1, 4);
     return;
   }
   uint32_t length = request.cdb[4];

@@ -148,6 +148,11 @@ TEST(VtapeDevice, ModeSelectRefusesWhatTheDriveCannotDo) {
   PlatformHandle h = ready_vtape();
   EXPECT_EQ(0, select_block_mode(h, 0, 0x8000, false).status);  // PF 0
   EXPECT_EQ(0, select_block_mode(h, 0, 0, true).status);        // PF 1, variable
+  h = ready_vtape("mode_select_pf = required\n");
+  Answer pf_clear = select_block_mode(h, 0, 0x8000, false);
+  expect_sense(pf_clear, 0x5, 0x24, 0x00, "PF clear");
+  EXPECT_EQ(0xCC0001u, (pf_clear.sense[15] << 16u) | (pf_clear.sense[16] << 8u) | pf_clear.sense[17]);
+  EXPECT_EQ(0, select_block_mode(h, 0, 0x8000, true).status);
 }
 
 TEST(VtapeDevice, LogSenseCountsHostAndTapeBytes) {

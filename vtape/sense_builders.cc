@@ -51,6 +51,11 @@ void invalid_field_in_parameter_list(CommandAnswer* answer, uint16_t byte_index)
   invalid_field(answer, 0x26, false, byte_index);
 }
 
+void invalid_bit_in_cdb(CommandAnswer* answer, uint16_t byte_index, uint8_t bit) {
+  invalid_field(answer, 0x24, true, byte_index);
+  answer->sense[15] |= static_cast<uint8_t>(0x08 | (bit & 0x07));  // BPV, bit pointer
+}
+
 void invalid_operation_code(CommandAnswer* answer) {
   check_condition(answer, kSenseIllegalRequest, 0x20, 0x00);
   answer->sense[15] = 0xC0;  // SKSV, C/D: byte 0 of the CDB

@@ -50,5 +50,7 @@ void set_incorrect_length(CommandAnswer* answer);
 // INVALID FIELD IN CDB (24/00) or INVALID FIELD IN PARAMETER LIST (26/00).
 void invalid_field_in_cdb(CommandAnswer* answer, uint16_t byte_index);
 void invalid_field_in_parameter_list(CommandAnswer* answer, uint16_t byte_index);
+// INVALID FIELD IN CDB with the bit pointer (BPV) to bit `bit` of the byte.
+void invalid_bit_in_cdb(CommandAnswer* answer, uint16_t byte_index, uint8_t bit);
 // ILLEGAL REQUEST, INVALID COMMAND OPERATION CODE (20/00).
 void invalid_operation_code(CommandAnswer* answer);
