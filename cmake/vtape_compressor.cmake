@@ -1,8 +1,18 @@
 # The virtual tape drive's compressor: LZ4 where the system has it (Debian:
 # liblz4-dev), else the built-in estimator (for example the MinGW build).
 # -DBFTDTEST_VTAPE_LZ4=OFF forces the estimator (to test it where LZ4 exists).
+# A static link takes liblz4.a (Debian's is position-independent, so the
+# tests may link it too).
 option(BFTDTEST_VTAPE_LZ4 "Use LZ4 for the virtual tape drive's compressed sizes when found" ON)
-if(BFTDTEST_VTAPE_LZ4)
+if(BFTDTEST_VTAPE_LZ4 AND BFTDTEST_LINK_STATIC)
+  find_path(BFTDTEST_LZ4_INCLUDE lz4.h)
+  find_library(BFTDTEST_LZ4_STATIC_LIBRARY NAMES liblz4.a)
+  if(BFTDTEST_LZ4_INCLUDE AND BFTDTEST_LZ4_STATIC_LIBRARY)
+    set(BFTDTEST_LZ4_LIBRARY ${BFTDTEST_LZ4_STATIC_LIBRARY})
+  else()
+    set(BFTDTEST_LZ4_LIBRARY "")  # no archive: the built-in estimator
+  endif()
+elseif(BFTDTEST_VTAPE_LZ4)
   find_package(PkgConfig QUIET)
   if(PkgConfig_FOUND AND NOT CMAKE_CROSSCOMPILING)
     pkg_check_modules(BFTDTEST_LZ4 QUIET IMPORTED_TARGET liblz4)
