@@ -15,7 +15,6 @@
 // registered and the run says "unable to access tape drive" for it, with the
 // reason in describe_last_error.
 #include <fcntl.h>
-#include <grp.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -40,15 +39,32 @@ int real_open(const char* path, int flags) { return ::open(path, flags); }
 int real_close(int fd) { return ::close(fd); }
 int real_ioctl(int fd, unsigned long request, void* argument) { return ::ioctl(fd, request, argument); }
 
+// The name of the group that owns `path`, from /etc/group itself: device
+// nodes belong to local system groups, and a statically linked program has
+// no glibc name service modules to ask.
 bool real_node_group(const char* path, char* name, size_t size) {
   struct stat info;
   if (::stat(path, &info) != 0) return false;
-  group entry;
-  group* found = nullptr;
-  char buffer[1024];
-  if (::getgrgid_r(info.st_gid, &entry, buffer, sizeof buffer, &found) != 0 || found == nullptr) return false;
-  std::snprintf(name, size, "%s", entry.gr_name);
-  return true;
+  FILE* groups = std::fopen("/etc/group", "re");
+  if (groups == nullptr) return false;
+  char* line = nullptr;
+  size_t capacity = 0;
+  bool found = false;
+  while (!found && ::getline(&line, &capacity, groups) > 0) {
+    // name:password:GID:members
+    char* password = std::strchr(line, ':');
+    char* id = password != nullptr ? std::strchr(password + 1, ':') : nullptr;
+    if (id == nullptr || id[1] < '0' || id[1] > '9') continue;
+    char* end = nullptr;
+    const unsigned long gid = std::strtoul(id + 1, &end, 10);
+    if (*end != ':' || gid != info.st_gid) continue;
+    *password = '\0';
+    std::snprintf(name, size, "%s", line);
+    found = true;
+  }
+  std::free(line);
+  std::fclose(groups);
+  return found;
 }
 
 const LinuxSystem kRealSystem = {real_open, real_close, real_ioctl, real_node_group};
