@@ -6,6 +6,7 @@
 #include "drive_status/dsc_config.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
+#include "results/results_file.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "tape/drive_operations.h"
@@ -17,6 +18,7 @@ namespace {
 // leaders keep the figures of both tests in one column.
 struct TestKind {
   uint16_t kind;  // for collect_drive_status: 0 write, 1 read
+  const char* record_name;  // in the results file
   const char* name;
   const char* doing;
   const char* amount_label;
@@ -28,6 +30,7 @@ struct TestKind {
 const TestKind kWriteTest = {
     0,
     "write",
+    "write",
     "writing",
     "written .........",
     "write commands issued .....",
@@ -36,6 +39,7 @@ const TestKind kWriteTest = {
 };
 const TestKind kReadTest = {
     1,
+    "read_compare",
     "read/compare",
     "reading/comparing",
     "read/compared ...",
@@ -44,6 +48,53 @@ const TestKind kReadTest = {
     "read/compare transfer rate .................",
 };
 
+uint32_t current_iteration = 0;  // for the results file
+
+bool selected(int keyword) { return dsc_entries[keyword].selected != 0; }
+
+// The drive status figures of an interval as its report lines print them.
+void add_drive_status_figures(const TestKind& test, IntervalRecord* record) {
+  const DriveStatus& s = drive_status;
+  auto add = [record](const char* name, double value) {
+    if (record->drive_status_count < kMaxIntervalFigures) record->drive_status[record->drive_status_count++] = {name, value};
+  };
+  if (test.kind == 0 && selected(kDscWcmp)) add("compression_ratio", s.wcmp);
+  if (test.kind == 0 && selected(kDscDrwr)) add("rwr_percentage", s.drwr);
+  if (test.kind == 1 && selected(kDscRcmp)) add("compression_ratio", s.rcmp);
+  if (test.kind == 1 && selected(kDscDecc)) add("ecc_percentage", s.decc);
+  if (selected(kDscRpos)) add("block_position", static_cast<double>(static_cast<uint64_t>(s.rpos) & 0xFFFFFFFFu));
+  if (selected(kDscRwrc)) add("read_write_retries", static_cast<double>(static_cast<uint64_t>(s.rwrc) & 0xFF));
+  if (selected(kDscTkrc)) add("tracking_retries", static_cast<double>(static_cast<uint64_t>(s.tkrc) & 0xFF));
+}
+
+// The results file's record of one interval; nothing without `/json`.
+void record_interval(const TestKind& test, uint32_t number, uint32_t commands, double amount,
+                     double elapsed, IntervalEnd end, bool with_drive_status) {
+  if (!results_enabled()) return;
+  IntervalRecord r{};
+  r.iteration = current_iteration;
+  r.index = number;
+  r.interval_count = test_plan.interval_count;
+  r.test = test.record_name;
+  r.planned_mb = test_plan.megabytes_per_interval;
+  r.planned_commands = test_plan.commands_per_interval;
+  r.commands = commands;
+  r.transfer_bytes = test_settings.max_transfer_length;
+  r.actual_mb = amount;
+  r.seconds = elapsed;
+  r.kb_per_second = transfer_rate_kb_per_second(amount, elapsed);
+  r.end = end;
+  if (end == IntervalEnd::miscompare) {
+    r.miscompare_command = last_loop_end.command;
+    r.miscompare_offset = last_loop_end.offset;
+    r.expected_byte = last_loop_end.expected;
+    r.read_byte = last_loop_end.read;
+  }
+  if (with_drive_status) add_drive_status_figures(test, &r);
+  results_write_interval(r);
+  results_note_totals(test_totals.bytes_written, test_totals.bytes_verified);
+}
+
 // One interval: announce, baseline, transfers, shortened-interval lines, time
 // and rate, drive status. 0 or -1.
 int run_interval(const TestKind& test, uint32_t number, uint8_t* end_of_medium) {
@@ -51,7 +102,10 @@ int run_interval(const TestKind& test, uint32_t number, uint8_t* end_of_medium) 
   report_printf("%s test interval %lu of %lu (%s %s)\r\n", test.name, static_cast<unsigned long>(number),
                 static_cast<unsigned long>(test_plan.interval_count), date, time_string());
   report_printf("%s %.3f MB of test data%s\r\n", test.doing, test_plan.megabytes_per_interval, "");
-  if (test_settings.drive_status_enabled && collect_drive_status(0, test.kind, 0.0) != 0) return -1;
+  if (test_settings.drive_status_enabled && collect_drive_status(0, test.kind, 0.0) != 0) {
+    test_totals.failure = "drive status collection failed";
+    return -1;
+  }
 
   uint32_t commands = test_plan.commands_per_interval;
   double elapsed = 0.0;
@@ -59,7 +113,17 @@ int run_interval(const TestKind& test, uint32_t number, uint8_t* end_of_medium) 
                    ? run_write_loop(test_plan.blocks_per_command, &commands, &elapsed, end_of_medium)
                    : run_read_compare_loop(test_plan.blocks_per_command, &commands, data_buffer_1,
                                            &elapsed, end_of_medium);
-  if (result != 0) return -1;
+  if (result != 0) {
+    const IntervalEnd end = last_loop_end.miscompare ? IntervalEnd::miscompare : IntervalEnd::error;
+    commands = last_loop_end.miscompare ? last_loop_end.command : last_loop_end.completed;
+    test_totals.failure = end == IntervalEnd::miscompare ? "data miscompare"
+                          : test.kind == 0              ? "write failure"
+                                                        : "read failure";
+    record_interval(test, number, commands,
+                    static_cast<double>(test_settings.max_transfer_length) * commands / kBytesPerMegabyte,
+                    elapsed, end, false);
+    return -1;
+  }
 
   double amount = test_plan.megabytes_per_interval;
   if (commands != test_plan.commands_per_interval) {
@@ -72,7 +136,15 @@ int run_interval(const TestKind& test, uint32_t number, uint8_t* end_of_medium) 
   report_printf("  total time taken for %s %.2f SEC\r\n", test.time_label, elapsed);
   report_printf("  %s %lu KB/SEC\r\n", test.rate_label,
                 static_cast<unsigned long>(transfer_rate_kb_per_second(amount, elapsed)));
-  if (test_settings.drive_status_enabled && collect_drive_status(1, test.kind, bytes) != 0) return -1;
+  const bool with_drive_status = test_settings.drive_status_enabled != 0;
+  const int collected = with_drive_status ? collect_drive_status(1, test.kind, bytes) : 0;
+  IntervalEnd end = IntervalEnd::complete;
+  if (*end_of_medium) end = test.kind == 0 ? IntervalEnd::end_of_medium : IntervalEnd::blank_check;
+  record_interval(test, number, commands, amount, elapsed, end, with_drive_status && collected == 0);
+  if (collected != 0) {
+    test_totals.failure = "drive status collection failed";
+    return -1;
+  }
   flush_report_streams();
   return 0;
 }
@@ -98,6 +170,18 @@ int run_test(const TestKind& test) {
 
 const char* verdict(double percentage) { return percentage > percentage_limit ? "failed" : "passed"; }
 
+// Keeps the worst verdicts for the exit policy and writes the iteration's record.
+void note_verdicts(uint32_t iteration, bool rwr, bool ecc) {
+  const DriveStatus& s = drive_status;
+  if (rwr && s.max_rwr_percentage > percentage_limit) test_totals.rwr_failed = true;
+  if (ecc && s.max_ecc_percentage > percentage_limit) test_totals.ecc_failed = true;
+  if (rwr && s.max_rwr_percentage > test_totals.worst_rwr_percentage) test_totals.worst_rwr_percentage = s.max_rwr_percentage;
+  if (ecc && s.max_ecc_percentage > test_totals.worst_ecc_percentage) test_totals.worst_ecc_percentage = s.max_ecc_percentage;
+  if (results_enabled()) {
+    results_write_iteration({iteration, rwr, s.max_rwr_percentage, ecc, s.max_ecc_percentage, percentage_limit});
+  }
+}
+
 }  // namespace
 
 uint32_t transfer_rate_kb_per_second(double megabytes, double seconds) {
@@ -118,6 +202,7 @@ int run_test_iterations() {
   const bool rwr = dsc_entries[kDscDrwr].selected != 0;
   const bool ecc = dsc_entries[kDscDecc].selected != 0;
   for (uint32_t n = 1; n <= test_settings.iterations; ++n) {
+    current_iteration = n;
     if (rwr || ecc) {
       drive_status.max_rwr_percentage = 0.0;
       drive_status.max_ecc_percentage = 0.0;
@@ -139,6 +224,7 @@ int run_test_iterations() {
       report_printf("maximum ECC percentage calculated ............ %.1f%% (%s)\r\n",
                     drive_status.max_ecc_percentage, verdict(drive_status.max_ecc_percentage));
     }
+    note_verdicts(n, rwr, ecc);
     if (test_settings.unload_each_iteration && unload_reload() != 0) return -1;
     flush_report_streams();
   }

@@ -5,6 +5,7 @@
 
 #include "console/log_output.h"
 #include "engine/sizing.h"
+#include "results/results_file.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "transport/scsi_transport.h"
@@ -17,15 +18,20 @@ constexpr uint8_t kSenseKeyNoSense = 0x00;
 constexpr uint8_t kSenseKeyBlankCheck = 0x08;
 constexpr uint8_t kEomBit = 0x40;
 
+constexpr uint32_t kProgressLineMs = 60000;  // one progress line a minute off a terminal
+
 const std::chrono::steady_clock::time_point process_start = std::chrono::steady_clock::now();
 uint32_t timer_start_mark = 0;
+ProgressStyle progress_style = ProgressStyle::overwrite;
+uint32_t last_progress_line_ms = 0;
 
 // Milliseconds since the process started, on a clock that never steps.
-uint32_t clock_msec() {
+uint32_t process_clock_msec() {
   auto since = std::chrono::steady_clock::now() - process_start;
   return static_cast<uint32_t>(
       std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
 }
+uint32_t (*clock_msec)() = process_clock_msec;
 
 // Byte 2 of the sense data of the last command: sense key, FMK, EOM, ILI.
 uint8_t sense_flags() {
@@ -33,12 +39,15 @@ uint8_t sense_flags() {
   return result.sense_data != nullptr ? result.sense_data[2] : result.sense_key_byte;
 }
 
-// The running MB count of one loop call.
+// The running MB count of one loop call; `moved` is the test total that
+// each successful command adds to.
 struct Progress {
+  uint64_t* moved;
   uint32_t bytes_in_mb = 0;
   uint32_t megabytes = 0;
 
   void advance(uint32_t bytes) {
+    *moved += bytes;
     uint64_t total = static_cast<uint64_t>(bytes_in_mb) + bytes;
     if (total < kBytesPerMb) {
       bytes_in_mb = static_cast<uint32_t>(total);
@@ -46,12 +55,37 @@ struct Progress {
     }
     megabytes += static_cast<uint32_t>(total / kBytesPerMb);
     bytes_in_mb = static_cast<uint32_t>(total % kBytesPerMb);
-    screen_printf("%lu MB\r", static_cast<unsigned long>(megabytes));
+    if (results_enabled()) results_note_totals(test_totals.bytes_written, test_totals.bytes_verified);
+    if (progress_style == ProgressStyle::overwrite) {
+      screen_printf("%lu MB\r", static_cast<unsigned long>(megabytes));
+    } else {
+      const uint32_t now = clock_msec();
+      if (now - last_progress_line_ms < kProgressLineMs) return;
+      last_progress_line_ms = now;
+      screen_printf("%lu MB\r\n", static_cast<unsigned long>(megabytes));
+    }
     flush_stream(screen_stream());  // a line without a line feed is not flushed by itself
   }
 };
 
 }  // namespace
+
+TestTotals test_totals;
+LoopEnd last_loop_end;
+
+void reset_test_totals() {
+  test_totals = TestTotals{};
+  last_loop_end = LoopEnd{};
+}
+
+void set_progress_style(ProgressStyle style) {
+  progress_style = style;
+  last_progress_line_ms = clock_msec();
+}
+
+void set_loop_clock(uint32_t (*clock_ms)()) {
+  clock_msec = clock_ms != nullptr ? clock_ms : process_clock_msec;
+}
 
 double test_timer(uint16_t mode) {
   if (mode == 0) {
@@ -73,13 +107,15 @@ uint32_t find_miscompare(const uint8_t* received, const uint8_t* expected, uint3
 int run_write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed_seconds,
                    uint8_t* end_of_medium) {
   int result = 0;
-  Progress progress;
+  Progress progress{&test_totals.bytes_written};
+  last_loop_end = LoopEnd{*commands, false, 0, 0, 0, 0};
   const uint32_t bytes = test_settings.max_transfer_length;
   const unsigned id = test_settings.scsi_id;
   const unsigned lun = test_settings.lun;
   test_timer(0);
   for (uint32_t i = 0; i < *commands; ++i) {
     if (scsi_write(transfer_length) != 0) {
+      last_loop_end.completed = i;
       result = -1;
       break;
     }
@@ -90,10 +126,12 @@ int run_write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed
                       id, lun);
         *commands = i + 1;
         *end_of_medium = 1;
+        test_totals.bytes_written += bytes;  // its data reached the tape
       } else {
         report_printf("ERROR: failure writing data at SCSI id %X LUN %u (aborting all write testing)\r\n",
                       id, lun);
         print_command_status();
+        last_loop_end.completed = i;
         result = -1;
       }
       break;
@@ -108,13 +146,15 @@ int run_write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed
 int run_read_compare_loop(uint32_t transfer_length, uint32_t* commands, const uint8_t* reference,
                           double* elapsed_seconds, uint8_t* end_of_medium) {
   int result = 0;
-  Progress progress;
+  Progress progress{&test_totals.bytes_verified};
+  last_loop_end = LoopEnd{*commands, false, 0, 0, 0, 0};
   const uint32_t bytes = test_settings.max_transfer_length;
   const unsigned id = test_settings.scsi_id;
   const unsigned lun = test_settings.lun;
   test_timer(0);
   for (uint32_t i = 0; i < *commands; ++i) {
     if (scsi_read(transfer_length) != 0) {
+      last_loop_end.completed = i;
       result = -1;
       break;
     }
@@ -130,6 +170,7 @@ int run_read_compare_loop(uint32_t transfer_length, uint32_t* commands, const ui
                       "testing)\r\n",
                       id, lun);
         print_command_status();
+        last_loop_end.completed = i;
         result = -1;
       }
       break;
@@ -139,6 +180,7 @@ int run_read_compare_loop(uint32_t transfer_length, uint32_t* commands, const ui
       report_printf("ERROR: data miscompare after read command %lu at offset 0x%lX\r\nfor SCSI id %X LUN %u\r\n",
                     static_cast<unsigned long>(i + 1), static_cast<unsigned long>(offset), id, lun);
       *commands = i + 1;
+      last_loop_end = {i, true, i + 1, offset, reference[offset], rw_buffer[offset]};
       result = -1;
       break;
     }

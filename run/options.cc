@@ -19,6 +19,15 @@ constexpr int kConfigPieceLength = 258;  // a line with its CR LF
 
 // 1 while the options of a configuration file are parsed.
 uint8_t in_config_file = 0;
+bool illegal_option_number = false;
+
+// parse_number for an option value, noting illegal characters for `/strict`.
+uint32_t option_number(char* text) {
+  const uint32_t before = illegal_number_count();
+  const uint32_t value = parse_number(text);
+  if (illegal_number_count() != before) illegal_option_number = true;
+  return value;
+}
 
 // Copies at most `capacity` - 1 characters of `text` and terminates the copy:
 // the fixed text fields cut longer values.
@@ -39,7 +48,7 @@ struct OptionCall {
 
 bool has_value(const OptionCall& call) { return call.next < call.count; }
 char* take_value(OptionCall& call) { return call.arguments[call.next++]; }
-uint32_t take_number(OptionCall& call) { return parse_number(take_value(call)); }
+uint32_t take_number(OptionCall& call) { return option_number(take_value(call)); }
 
 int apply_config_file(OptionCall& call);
 
@@ -124,7 +133,7 @@ int apply_block_size(OptionCall& call) {
   } else {
     // A later block size overrides an earlier "ms", as later options do.
     test_settings.block_size_from_mode_sense = 0;
-    test_settings.logical_block_size = parse_number(value);
+    test_settings.logical_block_size = option_number(value);
   }
   return 0;
 }
@@ -445,4 +454,9 @@ void print_help() {
       "  option to reduce the size of the CDB transfer.\n\n");
 }
 
-void reset_option_parser() { in_config_file = 0; }
+bool options_had_illegal_number() { return illegal_option_number; }
+
+void reset_option_parser() {
+  in_config_file = 0;
+  illegal_option_number = false;
+}

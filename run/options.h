@@ -27,5 +27,9 @@ uint16_t read_config_args(FILE* file, int mode, char** arguments, uint16_t capac
 // Writes the help screen, with the current settings, to the screen.
 void print_help();
 
+// True when a number among the options (command line or `/cfg` file) had
+// illegal characters and was read only as far as it went.
+bool options_had_illegal_number();
+
 // Back to the state before any parse (not inside a configuration file).
 void reset_option_parser();

@@ -1,6 +1,8 @@
 #include "run/run_sequence.h"
 
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "console/clock.h"
 #include "console/log_output.h"
@@ -8,7 +10,10 @@
 #include "drive_status/dsc_config.h"
 #include "engine/iterations.h"
 #include "engine/sizing.h"
+#include "engine/transfer_loops.h"
+#include "results/results_file.h"
 #include "run/options.h"
+#include "run/run_result.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "tape/drive_operations.h"
@@ -49,6 +54,10 @@ int open_report_files() {
     } else {
       set_cdb_list_stream(cdb_list_file);
     }
+  }
+  if (test_settings.results_file_enabled != 0 && results_open(test_settings.results_file_name) != 0) {
+    error_printf("ERROR: unable to open \"%s\" for results\n", test_settings.results_file_name);
+    failed = true;
   }
   return failed ? -1 : 0;
 }
@@ -95,15 +104,45 @@ int run_program(int argc, char** argv) {
   os_init_console();
   if (parse_options(static_cast<uint16_t>(argc), argv) != 0) return exit_code;
   if (choose_platform() != 0) return 1;
-  if (setup_run() == 0) {
+  reset_test_totals();
+  // A pipe or a file gets a progress line a minute instead of one per MB.
+  set_progress_style(os_stream_is_terminal(screen_stream()) ? ProgressStyle::overwrite
+                                                            : ProgressStyle::minutely);
+  const double asked_megabytes = test_settings.total_megabytes;
+  const char* failure = "setup failed";
+  const bool set_up = setup_run() == 0;
+  write_run_record(argc, argv, set_up);
+  if (set_up) {
     print_report_header();
     print_settings_summary();
-    if (size_test() == 0 && run_test_iterations() == 0) exit_code = 0;
+    if (size_test() != 0) {
+      failure = "test sizing failed";
+    } else if (run_test_iterations() != 0) {
+      failure = test_totals.failure != nullptr ? test_totals.failure : "a drive operation failed";
+    } else {
+      exit_code = 0;
+    }
+  }
+  std::vector<std::string> reasons;
+  if (exit_code == 0) {
+    reasons = pass_blockers(asked_megabytes);
+  } else {
+    reasons.push_back(failure);
+  }
+  if (test_settings.strict_exit != 0) {
+    print_result_line(reasons);
+    if (exit_code == 0 && !reasons.empty()) exit_code = 2;
   }
   cleanup_run();
   // A report that did not reach the disk whole cannot vouch for a passed test.
   if (report_write_failed()) {
-    if (exit_code == 0) error_printf("ERROR: the report files could not be written completely\n");
+    if (exit_code != 1) error_printf("ERROR: the report files could not be written completely\n");
+    exit_code = 1;
+    reasons.push_back("report files incomplete");
+  }
+  write_result_record(exit_code, reasons);
+  if (results_close() != 0) {
+    if (exit_code != 1) error_printf("ERROR: the results file could not be written completely\n");
     exit_code = 1;
   }
   return exit_code;
@@ -153,6 +192,7 @@ void cleanup_run() {
 // left to the process exit rather than freed under the test thread.
 void on_break(int) {
   seal_output();
+  results_write_interrupted();  // the line prepared for this, then the close
   close_device_handles();
   FILE* output = log_file();
   if (output != nullptr) {
@@ -184,4 +224,7 @@ void reset_program_state() {
   reset_executor();
   reset_rw_buffer();
   reset_drive_operations();
+  reset_results_file();
+  reset_test_totals();
+  set_progress_style(ProgressStyle::overwrite);
 }

@@ -20,7 +20,7 @@ need_packages() {
   fi
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config liblz4-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config liblz4-dev nlohmann-json3-dev)
 TEST_PACKAGES=(libgtest-dev libgmock-dev)
 # scripts/kernel-tape: the emulator with its iSCSI driver, the tape target,
 # and what a tiny initramfs is made of.

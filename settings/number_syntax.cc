@@ -38,6 +38,12 @@ unsigned prefix_base(const char* text) {
 
 }  // namespace
 
+namespace {
+uint32_t illegal_numbers = 0;
+}
+
+uint32_t illegal_number_count() { return illegal_numbers; }
+
 uint32_t parse_number(char* text) {
   if (text == nullptr || text[0] == '\0') return 0;
 
@@ -66,6 +72,9 @@ uint32_t parse_number(char* text) {
     value = value * base + digit;
     if (value > 0xFFFFFFFFu) value = 0x100000000u;  // saturates; read on to the end of the digits
   }
-  if (*c != '\0') report_printf("ERROR: illegal character(s) in number string\r\n");
+  if (*c != '\0') {
+    ++illegal_numbers;
+    report_printf("ERROR: illegal character(s) in number string\r\n");
+  }
   return value > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(value);
 }

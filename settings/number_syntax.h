@@ -12,3 +12,7 @@
 // "ERROR: illegal character(s) in number string\r\n" to the screen and the log
 // file and returns what was read up to there.
 uint32_t parse_number(char* text);
+
+// How many texts parse_number has found illegal characters in since the
+// process started; callers compare two readings.
+uint32_t illegal_number_count();

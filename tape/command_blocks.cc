@@ -78,6 +78,12 @@ void scsi_inquiry(uint8_t allocation_length) {
   send_6(0x12, 0, allocation_length, inquiry_buffer, allocation_length);
 }
 
+void scsi_inquiry_vpd(uint8_t page_code, uint8_t allocation_length) {
+  clear(inquiry_buffer, kInquiryBufferSize);
+  send_6(0x12, 0x01, (static_cast<uint32_t>(page_code) << 16) | allocation_length, inquiry_buffer,
+         allocation_length);
+}
+
 void scsi_mode_sense(uint8_t allocation_length) {
   clear(mode_buffer, kModeBufferSize);
   send_6(0x1A, 0, allocation_length, mode_buffer, allocation_length);

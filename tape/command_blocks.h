@@ -20,6 +20,9 @@ bool command_failed();
 void scsi_test_unit_ready();
 void scsi_request_sense(uint8_t allocation_length);
 void scsi_inquiry(uint8_t allocation_length);
+// Inquiry with EVPD set for the vital product data page `page_code`, into
+// `inquiry_buffer`.
+void scsi_inquiry_vpd(uint8_t page_code, uint8_t allocation_length);
 void scsi_mode_sense(uint8_t allocation_length);
 // PF (page format, byte 1 bit 4) set when `page_format` is not 0.
 void scsi_mode_select(uint8_t parameter_list_length, uint8_t page_format);

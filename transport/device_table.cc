@@ -134,6 +134,13 @@ int scan_devices() {
   return 0;
 }
 
+const char* addressed_device_name() {
+  for (unsigned slot = 0; slot < device_count; ++slot) {
+    if (device_table[slot].record != nullptr && addressed(device_table[slot])) return device_table[slot].record->name;
+  }
+  return nullptr;
+}
+
 PlatformHandle get_device_handle() {
   ScsiResult& result = scsi_transport.result;
   result.win32_error = kErrorNotFound;

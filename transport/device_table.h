@@ -35,5 +35,8 @@ PlatformHandle get_device_handle();
 // For the CTRL-C handler: closes every open device handle and nothing else
 // (no memory is freed under a test thread that may still run).
 void close_device_handles();
+// The device name ("\\\\.\\TapeN" or "\\\\.\\ScsiN:") through which the
+// addressed unit is reached, or nullptr when none is registered.
+const char* addressed_device_name();
 // Forgets every record (tests run several scans in one process).
 void reset_device_table();

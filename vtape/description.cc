@@ -20,6 +20,7 @@ void default_vtape_description(VtapeDescription* d) {
   std::snprintf(d->vendor, sizeof d->vendor, "%s", "VIRTUAL");
   std::snprintf(d->product, sizeof d->product, "%s", "VTAPE DRIVE");
   std::snprintf(d->revision, sizeof d->revision, "%s", "1.0");
+  std::snprintf(d->serial, sizeof d->serial, "%s", "VT00000001");
   d->compression = true;
   d->device_type = 1;
   d->lun_supported = true;
@@ -208,6 +209,13 @@ int apply_key(const LineContext& at, const char* v, VtapeDescription* d) {
   if (std::strcmp(k, "vendor") == 0) return text_field(at, v, d->vendor, sizeof d->vendor);
   if (std::strcmp(k, "product") == 0) return text_field(at, v, d->product, sizeof d->product);
   if (std::strcmp(k, "revision") == 0) return text_field(at, v, d->revision, sizeof d->revision);
+  if (std::strcmp(k, "serial") == 0) {
+    if (std::strcmp(v, "none") == 0) {
+      d->serial[0] = '\0';
+      return 0;
+    }
+    return text_field(at, v, d->serial, sizeof d->serial);
+  }
   if (std::strcmp(k, "rate_mb_s") == 0) return number32(at, v, 0, 100000, &d->rate_mb_s);
   if (std::strcmp(k, "compression") == 0) return choice(at, v, "on", "off", &d->compression);
   if (std::strcmp(k, "backing_file") == 0)

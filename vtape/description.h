@@ -19,6 +19,7 @@ struct VtapeDescription {
   char vendor[9];
   char product[17];
   char revision[5];
+  char serial[33];  // unit serial number (VPD page 80h); empty: the page is not listed
   uint32_t rate_mb_s;  // 0: unthrottled
   bool compression;
   char backing_file[kBackingFileCapacity];  // empty: the cartridge lives in memory only

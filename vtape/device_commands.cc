@@ -47,16 +47,43 @@ void request_sense(VirtualDrive* drive, const PassThroughRequest& request, Comma
   return_data(request, request.cdb[4], data, kRequestSenseLength, answer);
 }
 
+namespace {
+
+// Vital product data (SPC): page 00h lists the supported pages, page 80h
+// carries the unit serial number when the description gives one.
+void inquiry_vpd(const VtapeDescription& d, const PassThroughRequest& request, CommandAnswer* answer) {
+  const bool has_serial = d.serial[0] != '\0';
+  uint8_t data[4 + sizeof d.serial] = {};
+  data[0] = d.device_type;
+  data[1] = request.cdb[2];
+  uint8_t length = 0;
+  if (request.cdb[2] == 0x00) {
+    data[4 + length++] = 0x00;
+    if (has_serial) data[4 + length++] = 0x80;
+  } else if (request.cdb[2] == 0x80 && has_serial) {
+    length = static_cast<uint8_t>(std::strlen(d.serial));
+    std::memcpy(data + 4, d.serial, length);
+  } else {
+    invalid_field_in_cdb(answer, 2);
+    return;
+  }
+  data[3] = length;
+  uint32_t allocation = (static_cast<uint32_t>(request.cdb[3]) << 8) | request.cdb[4];
+  return_data(request, allocation, data, 4u + length, answer);
+}
+
+}  // namespace
+
 void inquiry(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer* answer) {
-  if (request.cdb[1] & 0x01) {  // EVPD: no vital product data pages
-    invalid_field_in_cdb(answer, 1);
+  const VtapeDescription& d = drive->description;
+  if (request.cdb[1] & 0x01) {
+    inquiry_vpd(d, request, answer);
     return;
   }
   if (request.cdb[2] != 0) {
     invalid_field_in_cdb(answer, 2);
     return;
   }
-  const VtapeDescription& d = drive->description;
   uint8_t data[36] = {};
   data[0] = d.device_type;
   data[1] = 0x80;  // removable medium

@@ -44,8 +44,17 @@ TEST(VtapeDevice, InquiryAnswersASequentialAccessDevice) {
   EXPECT_EQ(0x01, data[0]);
   EXPECT_EQ(0x80, data[1]);  // removable
   EXPECT_EQ(std::string("ACME    TAPE 9          0042"), std::string(data + 8, data + 36));
-  Answer evpd = send_cdb(h, {0x12, 1, 0x80, 0, 255, 0}, data, 255);
-  expect_sense(evpd, 0x5, 0x24, 0x00, "EVPD");
+  // Vital product data: the supported pages, the serial number; a page the
+  // drive does not list is an invalid field.
+  EXPECT_EQ(0, send_cdb(h, {0x12, 1, 0x00, 0, 255, 0}, data, 255).status);
+  EXPECT_EQ(std::string("\x01\x00\x00\x02\x00\x80", 6), std::string(data, data + 6));
+  EXPECT_EQ(0, send_cdb(h, {0x12, 1, 0x80, 0, 255, 0}, data, 255).status);
+  EXPECT_EQ(std::string("\x01\x80\x00\x0aVT00000001", 14), std::string(data, data + 14));
+  expect_sense(send_cdb(h, {0x12, 1, 0x83, 0, 255, 0}, data, 255), 0x5, 0x24, 0x00, "EVPD 83h");
+  h = ready_vtape("serial = none\n");
+  EXPECT_EQ(0, send_cdb(h, {0x12, 1, 0x00, 0, 255, 0}, data, 255).status);
+  EXPECT_EQ(std::string("\x01\x00\x00\x01\x00", 5), std::string(data, data + 5));
+  expect_sense(send_cdb(h, {0x12, 1, 0x80, 0, 255, 0}, data, 255), 0x5, 0x24, 0x00, "EVPD 80h");
 }
 
 TEST(VtapeDevice, UnknownOperationCodeIsInvalidCommandOperationCode) {

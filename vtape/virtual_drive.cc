@@ -119,7 +119,7 @@ void close_device(PlatformHandle device) {
 
 const Platform kVirtualPlatform = {
     "virtual tape drive", open_device,  query_adapter, query_tape_address,
-    pass_through,         close_device, nullptr,
+    pass_through,         close_device, nullptr,       nullptr,
 };
 
 }  // namespace

@@ -94,6 +94,10 @@ struct Platform {
   // failed open, such as which device node needs which permission; null when
   // there is nothing to add.
   const char* (*describe_last_error)();
+  // Optional (may be null): the system's name for the unit at `unit` reached
+  // through `device_name` (Linux: /dev/nstN or /dev/sgN), for the results
+  // file. 0 with the name in `text`, or -1 when there is none to give.
+  int (*device_node)(const char* device_name, const ScsiAddress& unit, char* text, unsigned size);
 };
 
 // The operating system's own platform (Linux SG_IO or Win32 pass-through),

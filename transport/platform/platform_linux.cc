@@ -399,8 +399,26 @@ void pass_through(PlatformHandle device, const PassThroughRequest& request, Pass
 
 const char* describe_last_error() { return note[0] != '\0' ? note : nullptr; }
 
-const Platform kLinuxPlatform = {"linux-sg",   open_device,  query_adapter,      query_tape_address,
-                                 pass_through, close_device, describe_last_error};
+int device_node(const char* device_name, const ScsiAddress& unit, char* text, unsigned size) {
+  bool is_tape = false;
+  unsigned number = 0;
+  if (!parse_device_name(device_name, &is_tape, &number)) return -1;
+  std::string name = "nst" + std::to_string(number);
+  if (!is_tape) {
+    SysfsUnit found;
+    if (!sysfs_unit(root, ScsiAddress{static_cast<uint8_t>(number), unit.path_id, unit.target_id, unit.lun},
+                    &found) ||
+        found.sg_name.empty()) {
+      return -1;
+    }
+    name = found.sg_name;
+  }
+  std::snprintf(text, size, "%s", node_path(name).shown.c_str());
+  return 0;
+}
+
+const Platform kLinuxPlatform = {"linux-sg",   open_device,  query_adapter,       query_tape_address,
+                                 pass_through, close_device, describe_last_error, device_node};
 
 }  // namespace
 

@@ -1,0 +1,25 @@
+// The end of a run as a batch job sees it: the reasons a run must not count
+// as a pass, the "RESULT:" line of `/strict`, and the run and result records
+// of the results file (`/json`). Main thread only.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Why a run that went through (exit code 0) must not count as a pass: a
+// failed RWR or ECC verdict, nothing verified, an amount cut by sizing below
+// `asked_megabytes`, an option number with illegal characters, an
+// unsupported `/uld`. Empty when the run passes.
+std::vector<std::string> pass_blockers(double asked_megabytes);
+
+// A blank line and "RESULT: PASSED" or "RESULT: FAILED (reason; reason)", on
+// the screen and in the report.
+void print_result_line(const std::vector<std::string>& reasons);
+
+// With `/json`: the run record. When `drive_answered` (setup found a tape
+// drive) it also asks the drive for its unit serial number: Inquiry VPD page
+// 00h, then page 80h when the drive lists it; a drive without it is no error.
+void write_run_record(int argument_count, char** arguments, bool drive_answered);
+
+// With `/json`: the result record ("passed" when exit code 0 and no reasons).
+void write_result_record(int code, const std::vector<std::string>& reasons);
