@@ -183,18 +183,29 @@ TEST_F(TransferLoopTest, ReadLoopComparesEveryBlockAndEndsAtBlankCheckFilemarkOr
   }
 }
 
+// A clock that moves 20 seconds at every reading.
+uint32_t fake_clock_ms = 0;
+uint32_t twenty_seconds_a_reading() { return fake_clock_ms += 20000; }
+
 TEST_F(TransferLoopTest, ProgressCarriesTheRemainderOfEachMegabyte) {
   test_settings.logical_block_size = 0;
   const struct {
     uint32_t length, commands;
     const char* progress;
+    ProgressStyle style = ProgressStyle::overwrite;
   } cases[] = {
       {100000, 21, "1 MB\r2 MB\r"},  // 1 MB after the 11th, 2 MB after the 21st
       {100000, 10, ""},
       {0x200000, 3, "2 MB\r4 MB\r6 MB\r"},
       {0x10000, 0, ""},
+      // Off a terminal: a line a minute. The style is set at 20 s, the loop
+      // starts at 40 s, MB n is counted at 40 + 20n s.
+      {0x100000, 6, "2 MB\r\n5 MB\r\n", ProgressStyle::minutely},
   };
+  set_loop_clock(twenty_seconds_a_reading);
   for (const auto& c : cases) {
+    fake_clock_ms = 0;
+    set_progress_style(c.style);
     reset_test_plan();
     test_settings.max_transfer_length = c.length;
     ASSERT_EQ(0, allocate_data_buffers());
@@ -210,6 +221,8 @@ TEST_F(TransferLoopTest, ProgressCarriesTheRemainderOfEachMegabyte) {
     EXPECT_EQ(c.progress, capture.screen()) << c.length << " x " << c.commands;
     EXPECT_EQ(c.commands, fake_requests().size());
   }
+  set_progress_style(ProgressStyle::overwrite);
+  set_loop_clock(nullptr);
 }
 
 }  // namespace

@@ -3,7 +3,8 @@
 // read/compare loop, during a drive status collection and during the ready
 // wait after a reload. Each time the program ends at once with exit code 1,
 // the output file and the CDB list file end with whole lines, and a second
-// CTRL-C during the cleanup changes nothing.
+// CTRL-C during the cleanup changes nothing. With `/json` the results file
+// ends with its prepared "interrupted" result line, and every line parses.
 //
 // The runs use the virtual drive, slowed where a phase must last: its
 // throttle (rate_mb_s), a long status delay, many NOT READY polls, or a
@@ -24,6 +25,7 @@
 
 #include "testing/process_testing.h"
 #include "testing/report_files_testing.h"
+#include "testing/results_file_testing.h"
 #include "testing/work_directory_testing.h"
 #include "testing/output_capture.h"
 
@@ -42,15 +44,17 @@ void write_text_file(const char* name, const std::string& text) {
   std::fclose(file);
 }
 
-std::vector<std::string> with_report_files(std::vector<std::string> arguments) {
+std::vector<std::string> with_report_files(std::vector<std::string> arguments, bool results = false) {
   arguments.insert(arguments.end(), {"/cfile", "run.cdb"});
+  if (results) arguments.insert(arguments.end(), {"/json", "run.jsonl"});
   return arguments;
 }
 
 // Sends CTRL-C twice, the second while the first one's cleanup runs, and
 // checks how the program ended. Returns the CDBs it listed.
 std::vector<std::vector<uint8_t>> break_and_check(TerminalChild& child,
-                                                  const std::string& output_holds) {
+                                                  const std::string& output_holds,
+                                                  const std::string& results_end = "") {
   child.send_signal(SIGINT);
   std::this_thread::sleep_for(std::chrono::milliseconds(1));
   child.send_signal(SIGINT);
@@ -63,6 +67,10 @@ std::vector<std::vector<uint8_t>> break_and_check(TerminalChild& child,
   std::string output = read_file_bytes("bftdtest.out");
   EXPECT_TRUE(ends_with_whole_line(output)) << output;
   EXPECT_NE(std::string::npos, output.find(output_holds)) << output;
+  if (!results_end.empty()) {
+    const std::string results = summarize_results_file(read_file_bytes("run.jsonl"));
+    EXPECT_TRUE(results.ends_with(results_end + " result:interrupted:1:interrupted by CTRL-C")) << results;
+  }
 
   std::vector<std::vector<uint8_t>> cdbs;
   std::string problem;
@@ -97,13 +105,13 @@ const char kSlowDrive[] = "rate_mb_s = 2\ncompression = off\n";
 TEST(Break, InTheWriteLoop) {
   WorkDirectory directory;
   write_text_file("drive.txt", kSlowDrive);
-  TerminalChild child(with_report_files({"/vtape", "drive.txt", "/drand", "/megs", "8"}));
+  TerminalChild child(with_report_files({"/vtape", "drive.txt", "/drand", "/megs", "8"}, true));
   ASSERT_TRUE(child.started());
   ASSERT_TRUE(child.wait_for_screen("write test interval 1 of 1", kReachPhaseMs)) << child.screen();
   size_t interval = child.screen().find("write test interval 1 of 1");
   ASSERT_TRUE(child.wait_for_screen("1 MB\r", kReachPhaseMs, interval)) << child.screen();
 
-  auto cdbs = break_and_check(child, "writing 8.000 MB of test data\r\n");
+  auto cdbs = break_and_check(child, "writing 8.000 MB of test data\r\n", "run:VT00000001");
   ASSERT_FALSE(cdbs.empty());
   EXPECT_EQ(kWrite6, cdbs.back()[0]);
   EXPECT_LT(count_opcode(cdbs, kWrite6), 128u);  // 8 MB are 128 commands
@@ -113,14 +121,14 @@ TEST(Break, InTheWriteLoop) {
 TEST(Break, InTheReadCompareLoop) {
   WorkDirectory directory;
   write_text_file("drive.txt", kSlowDrive);
-  TerminalChild child(with_report_files({"/vtape", "drive.txt", "/drand", "/megs", "8"}));
+  TerminalChild child(with_report_files({"/vtape", "drive.txt", "/drand", "/megs", "8"}, true));
   ASSERT_TRUE(child.started());
   ASSERT_TRUE(child.wait_for_screen("read/compare test interval 1 of 1", kReachPhaseMs))
       << child.screen();
   size_t interval = child.screen().find("read/compare test interval 1 of 1");
   ASSERT_TRUE(child.wait_for_screen("1 MB\r", kReachPhaseMs, interval)) << child.screen();
 
-  auto cdbs = break_and_check(child, "reading/comparing 8.000 MB of test data\r\n");
+  auto cdbs = break_and_check(child, "reading/comparing 8.000 MB of test data\r\n", "write:complete");
   ASSERT_FALSE(cdbs.empty());
   EXPECT_EQ(kRead6, cdbs.back()[0]);
   EXPECT_EQ(128u, count_opcode(cdbs, kWrite6));
@@ -158,14 +166,14 @@ TEST(Break, DuringTheReadyWaitAfterAReload) {
   // not refused.
   write_text_file("drive.txt", std::string(kSavingDrive) +
                                    "not_ready_polls = 100\nprevent_allow = unsupported\n");
-  TerminalChild child(with_report_files({"/vtape", "drive.txt", "/megs", "1", "/uld"}));
+  TerminalChild child(with_report_files({"/vtape", "drive.txt", "/megs", "1", "/uld"}, true));
   ASSERT_TRUE(child.started());
   const char kReload[] = "\r\nunloading/reloading drive ...\r\n";
   ASSERT_TRUE(child.wait_for_screen(kReload, kReachPhaseMs)) << child.screen();
   // Unload and load take no time on this drive; give the wait time to poll.
   std::this_thread::sleep_for(std::chrono::milliseconds(1500));
 
-  auto cdbs = break_and_check(child, kReload);
+  auto cdbs = break_and_check(child, kReload, "read_compare:complete iteration");
   ASSERT_GE(cdbs.size(), 2u);
   // The last commands: the load, then Test Unit Ready polls only.
   size_t load = cdbs.size();

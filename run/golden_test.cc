@@ -2,7 +2,8 @@
 // each case runs the executable in a directory of its own and compares the
 // output file (and the CDB list file) line by line with the expected files in
 // run/testdata/golden/. Only the dates, the times and the SEC and KB/SEC
-// figures are masked to their shape.
+// figures are masked to their shape. A run with `/json results.jsonl` also
+// has every line of its results file parsed and summed up.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -17,6 +18,7 @@
 
 #include "testing/output_capture.h"
 #include "testing/report_masking.h"
+#include "testing/results_file_testing.h"
 
 namespace {
 
@@ -28,6 +30,8 @@ struct GoldenCase {
   const char* drive_description; // written to "drive.vtape" when not null
   bool with_dsc_file;            // the shipped bftdtest.dsc in the run directory
   int exit_code;
+  const char* report = nullptr;  // expected <report>.out when another case's report is the same
+  const char* results = nullptr; // summarize_results_file() of "results.jsonl"
 };
 
 // Names the case in test listings instead of dumping its bytes.
@@ -85,7 +89,11 @@ void run_golden_case(const GoldenCase& c) {
   const int exit_code = run_program_in(directory, c.arguments);
   const std::string errors = read_file_bytes((directory / "errors.txt").string());
   ASSERT_EQ(c.exit_code, exit_code) << errors;
-  expect_same_lines(std::string(c.name) + ".out", mask_report(read_file_bytes((directory / "bftdtest.out").string())));
+  expect_same_lines(std::string(c.report != nullptr ? c.report : c.name) + ".out",
+                    mask_report(read_file_bytes((directory / "bftdtest.out").string())));
+  if (c.results != nullptr) {
+    EXPECT_EQ(c.results, summarize_results_file(read_file_bytes((directory / "results.jsonl").string())));
+  }
   if (std::string(c.arguments).find("/cfile bftdtest.cdb") != std::string::npos) {
     expect_same_lines(std::string(c.name) + ".cdb", read_file_bytes((directory / "bftdtest.cdb").string()));
   }
@@ -135,6 +143,32 @@ const GoldenCase kGoldenCases[] = {
     // The second Mode Select fails too (unknown density, 26/00): its report.
     {"mode_select_refused", "/den 0x13 /megs 1 /cfile bftdtest.cdb /vtape drive.vtape",
      "mode_select_pf = required\n", false, 1},
+    // The results file beside the unchanged report; the CDB list gains
+    // Inquiry VPD 00h and 80h.
+    {"json_complete", "/json results.jsonl /vtape", nullptr, false, 0, "defaults",
+     "run:VT00000001 write:complete read_compare:complete iteration result:passed:0"},
+    {"json_eom", "/megs 16 /sdint 4 /cfile bftdtest.cdb /json results.jsonl /vtape drive.vtape",
+     "capacity_mb = 8\nearly_warning_mb = 2\ncompression = off\nserial = none\n", false, 0, "eom_blank_check",
+     "run:- write:complete write:eom read_compare:complete read_compare:blank_check iteration result:passed:0"},
+    {"json_write_failure", "/megs 2 /cfile bftdtest.cdb /json results.jsonl /vtape drive.vtape", "fail_write_at = 20\n",
+     false, 1, "write_failure", "run:VT00000001 write:error result:failed:1:write failure"},
+    {"json_miscompare", "/megs 2 /drand r /cfile bftdtest.cdb /json results.jsonl /vtape drive.vtape", "corrupt_read_at = 21:0x234\n",
+     false, 1, "miscompare", "run:VT00000001 write:complete read_compare:miscompare@21+0x234 result:failed:1:data miscompare"},
+    // /strict: each reason that keeps a run that went through from passing.
+    {"strict_passed", "/megs 2 /strict /json results.jsonl /vtape", nullptr, false, 0, nullptr,
+     "run:VT00000001 write:complete read_compare:complete iteration result:passed:0"},
+    {"strict_verdicts", "/dsc VIRTUAL-TAPE /loop 2 /megs 3 /strict /json results.jsonl /vtape drive.vtape",
+     "rewrite_percent = 1\ncorrected_percent = 2\n", true, 2, nullptr,
+     "run:VT00000001 write:complete read_compare:complete iteration:rwr=passed:ecc=failed write:complete "
+     "read_compare:complete iteration:rwr=failed:ecc=failed "
+     "result:failed:2:RWR verdict failed (1.0%);ECC verdict failed (2.0%)"},
+    {"strict_nothing_verified", "/megs 0 /strict /vtape", nullptr, false, 2},
+    {"strict_amount_cut", "/megs 3 /sdint 2 /strict /json results.jsonl /vtape", nullptr, false, 2, nullptr,
+     "run:VT00000001 write:complete read_compare:complete iteration "
+     "result:failed:2:amount cut by sizing to 2.000 MB of 3.000 MB asked"},
+    {"strict_illegal_number", "/megs 2x /strict /vtape", nullptr, false, 2},
+    {"strict_unload_unsupported", "/uld /megs 1 /strict /vtape drive.vtape", "load_unload = unsupported\n", false, 2},
+    {"strict_write_failure", "/megs 2 /strict /vtape drive.vtape", "fail_write_at = 20\n", false, 1},
 };
 
 class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};

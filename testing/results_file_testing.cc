@@ -1,0 +1,63 @@
+#include "testing/results_file_testing.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace {
+
+using nlohmann::json;
+
+std::string text_or_dash(const json& value) { return value.is_string() ? value.get<std::string>() : "-"; }
+
+// One record's part of the summary, or "" when a field is missing.
+std::string summarize_record(const json& r) {
+  const std::string kind = r.value("record", "");
+  if (kind == "run") {
+    if (!r.contains("options") || !r.contains("settings") || !r.contains("start_time")) return "";
+    return "run:" + text_or_dash(r["drive"]["serial"]);
+  }
+  if (kind == "interval") {
+    const json& end = r["end"];
+    if (r["actual_bytes"] != r["commands"].get<uint64_t>() * (r["planned_bytes"].get<uint64_t>() /
+                                                             std::max<uint64_t>(1, r["planned_commands"].get<uint64_t>()))) {
+      return "";  // actual bytes must be the commands' data
+    }
+    std::string text = r["test"].get<std::string>() + ":" + end["kind"].get<std::string>();
+    if (end["kind"] == "miscompare") {
+      char where[48];
+      std::snprintf(where, sizeof where, "@%u+0x%X", end["command"].get<unsigned>(), end["offset"].get<unsigned>());
+      text += where;
+    }
+    return text;
+  }
+  if (kind == "iteration") {
+    std::string text = "iteration";
+    if (r["rwr"].is_object()) text += ":rwr=" + r["rwr"]["verdict"].get<std::string>();
+    if (r["ecc"].is_object()) text += ":ecc=" + r["ecc"]["verdict"].get<std::string>();
+    return text;
+  }
+  if (kind == "result") {
+    if (!r["bytes_written"].is_number() || !r["end_time"].is_string()) return "";
+    std::string text = "result:" + r["status"].get<std::string>() + ":" + std::to_string(r["exit_code"].get<int>());
+    for (size_t i = 0; i < r["reasons"].size(); ++i) text += (i == 0 ? ":" : ";") + r["reasons"][i].get<std::string>();
+    return text;
+  }
+  return "";
+}
+
+}  // namespace
+
+std::string summarize_results_file(const std::string& text) {
+  if (text.empty() || text.back() != '\n') return "PROBLEM: the last line is cut";
+  std::istringstream in(text);
+  std::string line;
+  std::string summary;
+  for (int number = 1; std::getline(in, line); ++number) {
+    const json record = json::parse(line, nullptr, false);
+    std::string part = record.is_object() ? summarize_record(record) : "";
+    if (part.empty()) return "PROBLEM: line " + std::to_string(number) + ": " + line;
+    summary += (summary.empty() ? "" : " ") + part;
+  }
+  return summary;
+}
