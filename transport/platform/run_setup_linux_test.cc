@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -59,14 +60,23 @@ class LinuxRun : public ::testing::Test {
     set_active_platform(nullptr);
   }
 
-  // Runs the program without options (drive at adapter 0, bus 0, id 2, LUN 0)
-  // and returns what it wrote to the screen.
+  // Runs the program with a results file and no other options (drive at
+  // adapter 0, bus 0, id 2, LUN 0) and returns what it wrote to the screen.
   std::string run(int* exit_code) {
     OutputCapture capture;
     char name[] = "bftdtest";
-    char* argv[] = {name, nullptr};
-    *exit_code = run_program(1, argv);
+    char json[] = "/json";
+    char results[] = "results.jsonl";
+    char* argv[] = {name, json, results, nullptr};
+    *exit_code = run_program(3, argv);
     return capture.screen();
+  }
+
+  // How the results file's run record says the drive was reached.
+  std::string results_device() {
+    const std::string text = read_file_bytes("results.jsonl");
+    const nlohmann::json run = nlohmann::json::parse(text.substr(0, text.find('\n')), nullptr, false);
+    return run.is_object() ? run["access"]["device"].dump() : text;
   }
 
   std::string node(const char* name) { return tree.root() + "/dev/" + name; }
@@ -118,6 +128,7 @@ TEST_F(LinuxRun, SetupCommandsReachTheUnclaimedDeviceThroughItsSgNode) {
   // Opened once for the scan's check and once for the commands; both closed by the end.
   EXPECT_EQ(2u, kernel.opens.size());
   EXPECT_EQ(2u, kernel.closes.size());
+  EXPECT_EQ("\"/dev/sg4\"", results_device());
 }
 
 }  // namespace
