@@ -124,6 +124,13 @@ TEST_F(LinuxDiscovery, AdaptersWithAGapAndTapeDevices) {
 
   EXPECT_EQ(kErrorNotFound, open_name("\\\\.\\Tape1", &handle));
   EXPECT_EQ("<none>", last_error());  // probing past the last device says nothing
+  // The nodes the results file names for a unit.
+  char text[64];
+  ASSERT_EQ(0, linux_platform().device_node("\\\\.\\Tape0", address, text, sizeof text));
+  EXPECT_STREQ("/dev/nst0", text);
+  ASSERT_EQ(0, linux_platform().device_node("\\\\.\\Scsi2:", ScsiAddress{2, 0, 1, 0}, text, sizeof text));
+  EXPECT_STREQ("/dev/sg6", text);
+  EXPECT_EQ(-1, linux_platform().device_node("\\\\.\\Scsi2:", ScsiAddress{2, 0, 7, 0}, text, sizeof text));
 }
 
 TEST_F(LinuxDiscovery, HeldDevicesAnswer32AndAreLeftOut) {
