@@ -56,15 +56,21 @@ bool selected(int keyword) { return dsc_entries[keyword].selected != 0; }
 void add_drive_status_figures(const TestKind& test, IntervalRecord* record) {
   const DriveStatus& s = drive_status;
   auto add = [record](const char* name, double value) {
-    if (record->drive_status_count < kMaxIntervalFigures) record->drive_status[record->drive_status_count++] = {name, value};
+    if (record->drive_status_count < kMaxIntervalFigures) {
+      record->drive_status[record->drive_status_count++] = {name, value};
+    }
+  };
+  // Position and retry counters as the report prints them: their low bits.
+  auto low_bits = [](double reading, uint64_t mask) {
+    return static_cast<double>(static_cast<uint64_t>(reading) & mask);
   };
   if (test.kind == 0 && selected(kDscWcmp)) add("compression_ratio", s.wcmp);
   if (test.kind == 0 && selected(kDscDrwr)) add("rwr_percentage", s.drwr);
   if (test.kind == 1 && selected(kDscRcmp)) add("compression_ratio", s.rcmp);
   if (test.kind == 1 && selected(kDscDecc)) add("ecc_percentage", s.decc);
-  if (selected(kDscRpos)) add("block_position", static_cast<double>(static_cast<uint64_t>(s.rpos) & 0xFFFFFFFFu));
-  if (selected(kDscRwrc)) add("read_write_retries", static_cast<double>(static_cast<uint64_t>(s.rwrc) & 0xFF));
-  if (selected(kDscTkrc)) add("tracking_retries", static_cast<double>(static_cast<uint64_t>(s.tkrc) & 0xFF));
+  if (selected(kDscRpos)) add("block_position", low_bits(s.rpos, 0xFFFFFFFFu));
+  if (selected(kDscRwrc)) add("read_write_retries", low_bits(s.rwrc, 0xFF));
+  if (selected(kDscTkrc)) add("tracking_retries", low_bits(s.tkrc, 0xFF));
 }
 
 // The results file's record of one interval; nothing without `/json`.
@@ -175,10 +181,15 @@ void note_verdicts(uint32_t iteration, bool rwr, bool ecc) {
   const DriveStatus& s = drive_status;
   if (rwr && s.max_rwr_percentage > percentage_limit) test_totals.rwr_failed = true;
   if (ecc && s.max_ecc_percentage > percentage_limit) test_totals.ecc_failed = true;
-  if (rwr && s.max_rwr_percentage > test_totals.worst_rwr_percentage) test_totals.worst_rwr_percentage = s.max_rwr_percentage;
-  if (ecc && s.max_ecc_percentage > test_totals.worst_ecc_percentage) test_totals.worst_ecc_percentage = s.max_ecc_percentage;
+  if (rwr && s.max_rwr_percentage > test_totals.worst_rwr_percentage) {
+    test_totals.worst_rwr_percentage = s.max_rwr_percentage;
+  }
+  if (ecc && s.max_ecc_percentage > test_totals.worst_ecc_percentage) {
+    test_totals.worst_ecc_percentage = s.max_ecc_percentage;
+  }
   if (results_enabled()) {
-    results_write_iteration({iteration, rwr, s.max_rwr_percentage, ecc, s.max_ecc_percentage, percentage_limit});
+    results_write_iteration(
+        {iteration, rwr, s.max_rwr_percentage, ecc, s.max_ecc_percentage, percentage_limit});
   }
 }
 

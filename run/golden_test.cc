@@ -149,11 +149,13 @@ const GoldenCase kGoldenCases[] = {
      "run:VT00000001 write:complete read_compare:complete iteration result:passed:0"},
     {"json_eom", "/megs 16 /sdint 4 /cfile bftdtest.cdb /json results.jsonl /vtape drive.vtape",
      "capacity_mb = 8\nearly_warning_mb = 2\ncompression = off\nserial = none\n", false, 0, "eom_blank_check",
-     "run:- write:complete write:eom read_compare:complete read_compare:blank_check iteration result:passed:0"},
-    {"json_write_failure", "/megs 2 /cfile bftdtest.cdb /json results.jsonl /vtape drive.vtape", "fail_write_at = 20\n",
-     false, 1, "write_failure", "run:VT00000001 write:error result:failed:1:write failure"},
-    {"json_miscompare", "/megs 2 /drand r /cfile bftdtest.cdb /json results.jsonl /vtape drive.vtape", "corrupt_read_at = 21:0x234\n",
-     false, 1, "miscompare", "run:VT00000001 write:complete read_compare:miscompare@21+0x234 result:failed:1:data miscompare"},
+     "run:- write:complete write:eom read_compare:complete read_compare:blank_check iteration "
+     "result:passed:0"},
+    {"json_write_failure", "/megs 2 /cfile bftdtest.cdb /json results.jsonl /vtape drive.vtape",
+     "fail_write_at = 20\n", false, 1, "write_failure", "run:VT00000001 write:error result:failed:1:write failure"},
+    {"json_miscompare", "/megs 2 /drand r /cfile bftdtest.cdb /json results.jsonl /vtape drive.vtape",
+     "corrupt_read_at = 21:0x234\n", false, 1, "miscompare",
+     "run:VT00000001 write:complete read_compare:miscompare@21+0x234 result:failed:1:data miscompare"},
     // /strict: each reason that keeps a run that went through from passing.
     {"strict_passed", "/megs 2 /strict /json results.jsonl /vtape", nullptr, false, 0, nullptr,
      "run:VT00000001 write:complete read_compare:complete iteration result:passed:0"},
@@ -167,7 +169,8 @@ const GoldenCase kGoldenCases[] = {
      "run:VT00000001 write:complete read_compare:complete iteration "
      "result:failed:2:amount cut by sizing to 2.000 MB of 3.000 MB asked"},
     {"strict_illegal_number", "/megs 2x /strict /vtape", nullptr, false, 2},
-    {"strict_unload_unsupported", "/uld /megs 1 /strict /vtape drive.vtape", "load_unload = unsupported\n", false, 2},
+    {"strict_unload_unsupported", "/uld /megs 1 /strict /vtape drive.vtape", "load_unload = unsupported\n", false,
+     2},
     {"strict_write_failure", "/megs 2 /strict /vtape drive.vtape", "fail_write_at = 20\n", false, 1},
 };
 

@@ -106,10 +106,11 @@ void write_run_record(int argument_count, char** arguments, bool drive_answered)
   if (test_settings.virtual_drive_enabled) {
     if (test_settings.virtual_drive_file_name[0] != '\0') device = test_settings.virtual_drive_file_name;
   } else if (const char* name = addressed_device_name()) {
-    const ScsiAddress unit{test_settings.host_adapter_number, test_settings.bus_number, test_settings.scsi_id,
-                           test_settings.lun};
-    device = platform.device_node != nullptr && platform.device_node(name, unit, node, sizeof node) == 0 ? node
-                                                                                                         : name;
+    const ScsiAddress unit{test_settings.host_adapter_number, test_settings.bus_number,
+                           test_settings.scsi_id, test_settings.lun};
+    const bool has_node =
+        platform.device_node != nullptr && platform.device_node(name, unit, node, sizeof node) == 0;
+    device = has_node ? node : name;
   }
   RunRecord run{};
   run.program_version = kProgramVersion;

@@ -1,5 +1,6 @@
 #include "testing/results_file_testing.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -19,14 +20,15 @@ std::string summarize_record(const json& r) {
   }
   if (kind == "interval") {
     const json& end = r["end"];
-    if (r["actual_bytes"] != r["commands"].get<uint64_t>() * (r["planned_bytes"].get<uint64_t>() /
-                                                             std::max<uint64_t>(1, r["planned_commands"].get<uint64_t>()))) {
-      return "";  // actual bytes must be the commands' data
-    }
+    // The actual bytes are the data of the commands, as the planned ones are.
+    const uint64_t planned_commands = std::max<uint64_t>(1, r["planned_commands"].get<uint64_t>());
+    const uint64_t per_command = r["planned_bytes"].get<uint64_t>() / planned_commands;
+    if (r["actual_bytes"] != r["commands"].get<uint64_t>() * per_command) return "";
     std::string text = r["test"].get<std::string>() + ":" + end["kind"].get<std::string>();
     if (end["kind"] == "miscompare") {
       char where[48];
-      std::snprintf(where, sizeof where, "@%u+0x%X", end["command"].get<unsigned>(), end["offset"].get<unsigned>());
+      std::snprintf(where, sizeof where, "@%u+0x%X", end["command"].get<unsigned>(),
+                    end["offset"].get<unsigned>());
       text += where;
     }
     return text;
@@ -39,8 +41,11 @@ std::string summarize_record(const json& r) {
   }
   if (kind == "result") {
     if (!r["bytes_written"].is_number() || !r["end_time"].is_string()) return "";
-    std::string text = "result:" + r["status"].get<std::string>() + ":" + std::to_string(r["exit_code"].get<int>());
-    for (size_t i = 0; i < r["reasons"].size(); ++i) text += (i == 0 ? ":" : ";") + r["reasons"][i].get<std::string>();
+    std::string text = "result:" + r["status"].get<std::string>() + ":" +
+                       std::to_string(r["exit_code"].get<int>());
+    for (size_t i = 0; i < r["reasons"].size(); ++i) {
+      text += (i == 0 ? ":" : ";") + r["reasons"][i].get<std::string>();
+    }
     return text;
   }
   return "";

@@ -136,7 +136,8 @@ int scan_devices() {
 
 const char* addressed_device_name() {
   for (unsigned slot = 0; slot < device_count; ++slot) {
-    if (device_table[slot].record != nullptr && addressed(device_table[slot])) return device_table[slot].record->name;
+    const DeviceEntry& entry = device_table[slot];
+    if (entry.record != nullptr && addressed(entry)) return entry.record->name;
   }
   return nullptr;
 }
