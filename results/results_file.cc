@@ -286,9 +286,11 @@ void results_note_totals(uint64_t bytes_written, uint64_t bytes_verified) {
   os_unlock_output();
 }
 
+// `results` is left as it is: the main thread may still read it, and any
+// write it attempts waits for the output lock, which the handler never gives
+// back before the process ends.
 void results_write_interrupted() {
   if (results == nullptr) return;
   if (interrupted_length > 0) std::fwrite(interrupted_line, 1, interrupted_length, results);
   std::fclose(results);
-  results = nullptr;
 }

@@ -50,6 +50,7 @@ TEST(BadInput, ReportFilesThatCannotBeOpenedEndTheRunBeforeAnythingIsSent) {
        ""},
       {{"/ofile", "read_only.out", "/cfile", "run.cdb"},
        "ERROR: unable to open \"read_only.out\" for output\n", "run.cdb"},
+      {{"/json", "read_only.out"}, "ERROR: unable to open \"read_only.out\" for results\n", "bftdtest.out"},
   };
   for (const auto& c : cases) {
     std::string label = c.arguments[0] + " " + c.arguments[1];
