@@ -191,3 +191,15 @@ void reset_device_table() {
   open_handle_count = 0;
   record_count = 0;
 }
+
+int query_addressed_transfer_limits(TransferLimits* limits) {
+  const Platform& platform = active_platform();
+  if (platform.query_transfer_limits == nullptr) return -1;
+  const uint32_t saved_error = scsi_transport.result.win32_error;
+  const PlatformHandle handle = get_device_handle();
+  scsi_transport.result.win32_error = saved_error;  // the last command's outcome stays
+  if (handle == kInvalidPlatformHandle) return -1;
+  const ScsiAddress unit{scsi_transport.adapter, scsi_transport.bus, scsi_transport.target_id,
+                         scsi_transport.target_lun};
+  return platform.query_transfer_limits(handle, unit, limits);
+}

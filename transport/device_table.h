@@ -32,6 +32,9 @@ int scan_devices();
 // An open handle for the addressed device, or kInvalidPlatformHandle; sets
 // `win32_error` of the result.
 PlatformHandle get_device_handle();
+// The active platform's transfer limits for the addressed device (its
+// handle opened as for a command). 0, or -1 when the platform cannot tell.
+int query_addressed_transfer_limits(TransferLimits* limits);
 // For the CTRL-C handler: closes every open device handle and nothing else
 // (no memory is freed under a test thread that may still run).
 void close_device_handles();

@@ -196,7 +196,7 @@ void close_device(PlatformHandle handle) {
 const char* describe_last_error() { return nullptr; }
 
 const Platform kFakePlatform = {"fake",         open_device,  query_adapter, query_tape_address,
-                                pass_through,   close_device, describe_last_error, nullptr};
+                                pass_through,   close_device, describe_last_error, nullptr, nullptr};
 
 void copy_text(uint8_t* field, size_t width, const char* text) {
   std::memset(field, ' ', width);

@@ -76,6 +76,16 @@ struct PassThroughReply {
   uint32_t transferred_length;  // bytes actually moved
 };
 
+// What the adapter lets one command carry, as far as the platform can tell;
+// 0 in a field means unknown. The preflight of `/health` compares the
+// transfer length of the test against these.
+struct TransferLimits {
+  uint32_t max_transfer_bytes;  // largest data phase of one command
+  uint32_t max_segments;        // scatter-gather entries (Windows: physical pages)
+  uint32_t reserved_bytes;      // Linux sg: reserved buffer (grown on demand; not a limit)
+  char source[64];              // where max_transfer_bytes came from, for the report
+};
+
 struct Platform {
   const char* name;
   // Opens `device_name` ("\\\\.\\ScsiN:" or "\\\\.\\TapeN") for exclusive use.
@@ -98,6 +108,11 @@ struct Platform {
   // through `device_name` (Linux: /dev/nstN or /dev/sgN), for the results
   // file. 0 with the name in `text`, or -1 when there is none to give.
   int (*device_node)(const char* device_name, const ScsiAddress& unit, char* text, unsigned size);
+  // Optional (may be null): the transfer limits of the adapter behind the
+  // open `device` for the logical unit at `unit`. 0 with the limits the
+  // system tells (unknown fields 0), or -1 when it tells nothing.
+  int (*query_transfer_limits)(PlatformHandle device, const ScsiAddress& unit,
+                               TransferLimits* limits);
 };
 
 // The operating system's own platform (Linux SG_IO or Win32 pass-through),

@@ -417,8 +417,41 @@ int device_node(const char* device_name, const ScsiAddress& unit, char* text, un
   return 0;
 }
 
+// The host's limits from sysfs, and through an sg node the reserved buffer
+// (SG_GET_RESERVED_SIZE: the kernel caps it at the host's max sectors).
+int query_transfer_limits(PlatformHandle device, const ScsiAddress& unit, TransferLimits* limits) {
+  LinuxHandle* record = handle_record(device);
+  if (record == nullptr) return -1;
+  *limits = TransferLimits{};
+  ScsiAddress address{record->adapter, unit.path_id, unit.target_id, unit.lun};
+  if (record->is_tape) {
+    if (!record->address_known) return -1;
+    address = record->address;
+  }
+  SysfsHostLimits host;
+  sysfs_host_limits(root, address.port_number, &host);
+  limits->max_transfer_bytes = host.max_transfer_bytes;
+  limits->max_segments = host.max_segments;
+  std::snprintf(limits->source, sizeof limits->source, "%s", host.source.c_str());
+  if (!record->is_tape) {
+    PassThroughRequest request{};
+    request.path_id = address.path_id;
+    request.target_id = address.target_id;
+    request.lun = address.lun;
+    uint32_t error = 0;
+    const int fd = unit_descriptor(*record, request, &error);
+    int reserved = 0;
+    if (fd >= 0 && sys->ioctl(fd, SG_GET_RESERVED_SIZE, &reserved) == 0 && reserved > 0) {
+      limits->reserved_bytes = static_cast<uint32_t>(reserved);
+    }
+  }
+  const bool known = limits->max_transfer_bytes != 0 || limits->max_segments != 0 || limits->reserved_bytes != 0;
+  return known ? 0 : -1;
+}
+
 const Platform kLinuxPlatform = {"linux-sg",   open_device,  query_adapter,       query_tape_address,
-                                 pass_through, close_device, describe_last_error, device_node};
+                                 pass_through, close_device, describe_last_error, device_node,
+                                 query_transfer_limits};
 
 }  // namespace
 

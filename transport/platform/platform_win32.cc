@@ -41,6 +41,14 @@ static_assert(offsetof(SCSI_INQUIRY_DATA, NextInquiryDataOffset) ==
 static_assert(offsetof(SCSI_INQUIRY_DATA, InquiryData) == kInquiryDataInquiryData);
 static_assert(sizeof(SCSI_ADDRESS) == 8);
 
+// IO_SCSI_CAPABILITIES: five ULONGs, then three BOOLEANs.
+static_assert(IOCTL_SCSI_GET_CAPABILITIES == 0x41010);
+static_assert(offsetof(IO_SCSI_CAPABILITIES, Length) == 0);
+static_assert(offsetof(IO_SCSI_CAPABILITIES, MaximumTransferLength) == 4);
+static_assert(offsetof(IO_SCSI_CAPABILITIES, MaximumPhysicalPages) == 8);
+static_assert(offsetof(IO_SCSI_CAPABILITIES, AlignmentMask) == 16);
+static_assert(sizeof(IO_SCSI_CAPABILITIES) == 24);
+
 // The direct pass-through request as the port driver takes it: the record,
 // then a filler that keeps the sense area 32-bit aligned, then the sense area.
 // The record is the native one of the build: a 32-bit program sends the
@@ -161,12 +169,27 @@ void pass_through(PlatformHandle device, const PassThroughRequest& request,
   std::memcpy(request.sense, sptd.sense, reply.sense_length);
 }
 
+// The port driver's capabilities of the adapter behind `device` (an adapter
+// or a tape device: the class driver passes the request down to its port).
+int query_transfer_limits(PlatformHandle device, const ScsiAddress&, TransferLimits* limits) {
+  IO_SCSI_CAPABILITIES answer = {};
+  DWORD returned = 0;
+  BOOL succeeded = DeviceIoControl(to_win32(device), IOCTL_SCSI_GET_CAPABILITIES, nullptr, 0,
+                                   &answer, sizeof answer, &returned, nullptr);
+  if (outcome_of(succeeded) != kErrorNone) return -1;
+  *limits = TransferLimits{};
+  limits->max_transfer_bytes = answer.MaximumTransferLength;
+  limits->max_segments = answer.MaximumPhysicalPages;
+  std::strcpy(limits->source, "MaximumTransferLength");
+  return 0;
+}
+
 void close_device(PlatformHandle device) {
   if (device != kInvalidPlatformHandle) CloseHandle(to_win32(device));
 }
 
 const Platform kWin32Platform = {"win32", open_device, query_adapter, query_tape_address,
-                                 pass_through, close_device, nullptr, nullptr};
+                                 pass_through, close_device, nullptr, nullptr, query_transfer_limits};
 
 }  // namespace
 

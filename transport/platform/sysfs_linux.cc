@@ -171,3 +171,44 @@ SysfsTape sysfs_tape(const std::string& root, unsigned tape_number, ScsiAddress*
   if (::realpath((entry + "/device").c_str(), resolved) == nullptr) return SysfsTape::address_unknown;
   return parse_unit_name(base_name(resolved), address) ? SysfsTape::found : SysfsTape::address_unknown;
 }
+
+namespace {
+
+// A decimal attribute that fits in 32 bits, or 0.
+uint32_t read_count(const std::string& path) {
+  std::string text = read_text(path);
+  unsigned long value = 0;
+  const char* end = nullptr;
+  if (!parse_decimal(text.c_str(), &end, 0xFFFFFFFFul, &value) || *end != '\0') return 0;
+  return static_cast<uint32_t>(value);
+}
+
+}  // namespace
+
+void sysfs_host_limits(const std::string& root, unsigned host, SysfsHostLimits* limits) {
+  *limits = SysfsHostLimits{};
+  const std::string host_dir = root_path(root, "sys/class/scsi_host/host") + std::to_string(host);
+  limits->max_segments = read_count(host_dir + "/sg_tablesize");
+  const uint32_t sectors = read_count(host_dir + "/max_sectors");
+  if (sectors != 0 && sectors <= 0xFFFFFFFFu / 512) {
+    limits->max_transfer_bytes = sectors * 512;
+    limits->source = "host max_sectors";
+    return;
+  }
+  const std::string prefix = std::to_string(host) + ":";
+  const std::string devices = root_path(root, "sys/class/scsi_device/");
+  std::vector<std::string> names = directory_names(devices);
+  std::sort(names.begin(), names.end());
+  for (const std::string& name : names) {
+    if (name.rfind(prefix, 0) != 0) continue;
+    for (const std::string& disk : directory_names(devices + name + "/device/block")) {
+      const std::string queue = devices + name + "/device/block/" + disk + "/queue";
+      const uint32_t kb = read_count(queue + "/max_hw_sectors_kb");
+      if (kb == 0 || kb > 0xFFFFFFFFu / 1024) continue;
+      limits->max_transfer_bytes = kb * 1024;
+      limits->source = "max_hw_sectors_kb of " + disk;
+      if (limits->max_segments == 0) limits->max_segments = read_count(queue + "/max_segments");
+      return;
+    }
+  }
+}

@@ -47,3 +47,15 @@ SysfsTape sysfs_tape(const std::string& root, unsigned tape_number, ScsiAddress*
 
 // A unit is claimed when a class driver other than sg is bound to it.
 inline bool unit_claimed(const SysfsUnit& unit) { return !unit.driver.empty() && unit.driver != "sg"; }
+
+// What sysfs tells about the transfer limits of adapter `host`: the host's
+// own `max_sectors` (512-byte sectors; not every driver shows it) and
+// `sg_tablesize`, else the block queue of a disk on the same host, whose
+// `max_hw_sectors_kb` and `max_segments` come from the same host limits.
+// Unknown values are 0; `source` names the attribute the bytes came from.
+struct SysfsHostLimits {
+  uint32_t max_transfer_bytes;
+  uint32_t max_segments;
+  std::string source;
+};
+void sysfs_host_limits(const std::string& root, unsigned host, SysfsHostLimits* limits);
