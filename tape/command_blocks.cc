@@ -147,3 +147,22 @@ void scsi_log_sense(uint8_t page_code, uint8_t page_control, uint8_t allocation_
       allocation_length < kLogBufferSize ? allocation_length : kLogBufferSize;
   execute_cdb(log_buffer, sizeof cdb, cdb);
 }
+
+void scsi_log_sense_page(uint8_t page_code, uint8_t page_control, uint8_t* buffer,
+                         uint16_t allocation_length) {
+  uint8_t cdb[10] = {};
+  cdb[0] = 0x4D;
+  cdb[1] = scsi_transport.lun_bits;
+  cdb[2] = static_cast<uint8_t>((page_control << 6) | (page_code & 0x3F));
+  cdb[7] = static_cast<uint8_t>(allocation_length >> 8);
+  cdb[8] = static_cast<uint8_t>(allocation_length);
+  cdb[9] = scsi_transport.control_byte;
+  clear(buffer, allocation_length);
+  scsi_transport.request_length = allocation_length;
+  execute_cdb(buffer, sizeof cdb, cdb);
+}
+
+void scsi_read_block_limits(uint8_t* buffer) {
+  clear(buffer, kBlockLimitsLength);
+  send_6(0x05, 0, 0, buffer, kBlockLimitsLength);
+}

@@ -35,3 +35,13 @@ void scsi_load_unload(uint8_t immediate, uint8_t retension, uint8_t load);
 void scsi_prevent_allow(uint8_t prevent);
 void scsi_read_position();
 void scsi_log_sense(uint8_t page_code, uint8_t page_control, uint8_t allocation_length);
+
+// Log Sense of a whole page into the caller's `buffer` (cleared first for
+// `allocation_length` bytes): the 16-bit allocation length in CDB bytes 7-8.
+// The classic collection keeps scsi_log_sense and its 40-byte log buffer.
+void scsi_log_sense_page(uint8_t page_code, uint8_t page_control, uint8_t* buffer,
+                         uint16_t allocation_length);
+// Read Block Limits (05h) into the caller's 6-byte `buffer` (cleared first):
+// byte 0 granularity, 1-3 maximum block length, 4-5 minimum block length.
+void scsi_read_block_limits(uint8_t* buffer);
+constexpr uint32_t kBlockLimitsLength = 6;
