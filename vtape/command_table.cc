@@ -20,6 +20,7 @@ CommandTable make_table() {
   t.entries[0x00] = {test_unit_ready, true, false};
   t.entries[0x01] = {rewind, true, false};
   t.entries[0x03] = {request_sense, false, true};
+  t.entries[0x05] = {read_block_limits, false, false};
   t.entries[0x08] = {read6, true, false};
   t.entries[0x0A] = {write6, true, false};
   t.entries[0x10] = {write_filemarks, true, false};

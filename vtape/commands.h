@@ -34,6 +34,7 @@ void mode_select6(VirtualDrive*, const PassThroughRequest&, CommandAnswer*);
 void load_unload(VirtualDrive*, const PassThroughRequest&, CommandAnswer*);
 void prevent_allow(VirtualDrive*, const PassThroughRequest&, CommandAnswer*);
 void log_sense(VirtualDrive*, const PassThroughRequest&, CommandAnswer*);
+void read_block_limits(VirtualDrive*, const PassThroughRequest&, CommandAnswer*);
 // Medium handlers (medium_commands.cc).
 void rewind(VirtualDrive*, const PassThroughRequest&, CommandAnswer*);
 void read6(VirtualDrive*, const PassThroughRequest&, CommandAnswer*);

@@ -196,6 +196,76 @@ int corrupt_spec(const LineContext& at, const char* value, VtapeDescription* d) 
   return 0;
 }
 
+// A percentage from 0 to 100 with at most two decimals, in hundredths.
+int percent_value(const LineContext& at, const char* value, uint32_t* out) {
+  const char* expected = "a percentage from 0 to 100 with at most two decimals";
+  char whole[32];
+  const char* dot = std::strchr(value, '.');
+  size_t whole_length = dot != nullptr ? static_cast<size_t>(dot - value) : std::strlen(value);
+  if (whole_length == 0 || whole_length >= sizeof whole) return bad_value(at, value, expected);
+  std::memcpy(whole, value, whole_length);
+  whole[whole_length] = '\0';
+  uint64_t units = 0;
+  if (read_description_number(whole, &units) != 0 || units > 100) return bad_value(at, value, expected);
+  uint64_t hundredths = units * 100;
+  if (dot != nullptr) {
+    const char* decimals = dot + 1;
+    size_t count = std::strlen(decimals);
+    if (count == 0 || count > 2) return bad_value(at, value, expected);
+    for (size_t i = 0; i < count; ++i) {
+      if (decimals[i] < '0' || decimals[i] > '9') return bad_value(at, value, expected);
+    }
+    hundredths += static_cast<uint64_t>(decimals[0] - '0') * 10 + (count == 2 ? static_cast<uint64_t>(decimals[1] - '0') : 0);
+  }
+  if (hundredths > 10000) return bad_value(at, value, expected);
+  *out = static_cast<uint32_t>(hundredths);
+  return 0;
+}
+
+// A list of TapeAlert flags (1 to 64) or of log page codes (0 to 63),
+// separated by blanks or commas, into a set.
+int number_set(const LineContext& at, const char* value, uint64_t low, uint64_t high, bool* set) {
+  char copy[256];
+  std::snprintf(copy, sizeof copy, "%s", value);
+  char expected[64];
+  std::snprintf(expected, sizeof expected, "a list of numbers from %llu to %llu",
+                static_cast<unsigned long long>(low), static_cast<unsigned long long>(high));
+  unsigned count = 0;
+  for (char* token = std::strtok(copy, " ,\t"); token != nullptr; token = std::strtok(nullptr, " ,\t")) {
+    uint64_t n = 0;
+    if (read_description_number(token, &n) != 0 || n < low || n > high) return bad_value(at, value, expected);
+    set[n - low] = true;
+    ++count;
+  }
+  if (count == 0) return bad_value(at, value, expected);
+  return 0;
+}
+
+int tapealert_list(const LineContext& at, const char* value, uint64_t* flags) {
+  bool set[64] = {};
+  if (number_set(at, value, 1, 64, set) != 0) return -1;
+  *flags = 0;
+  for (unsigned i = 0; i < 64; ++i) {
+    if (set[i]) *flags |= uint64_t{1} << i;
+  }
+  return 0;
+}
+
+int tapealert_write_spec(const LineContext& at, const char* value, VtapeDescription* d) {
+  char copy[128];
+  std::snprintf(copy, sizeof copy, "%s", value);
+  char* colon = std::strchr(copy, ':');
+  uint64_t command = 0;
+  uint64_t flag = 0;
+  if (colon == nullptr || (*colon = '\0', read_description_number(copy, &command) != 0) ||
+      command == 0 || read_description_number(colon + 1, &flag) != 0 || flag < 1 || flag > 64) {
+    return bad_value(at, value, "N:flag with a flag from 1 to 64");
+  }
+  d->tapealert_at_write = command;
+  d->tapealert_write_flag = static_cast<uint8_t>(flag);
+  return 0;
+}
+
 // Applies one `key = value` pair. 0, or -1 after its message.
 int apply_key(const LineContext& at, const char* v, VtapeDescription* d) {
   const char* k = at.key;
@@ -246,9 +316,15 @@ int apply_key(const LineContext& at, const char* v, VtapeDescription* d) {
     return choice(at, v, "refuse", "hold", &d->unload_refused_while_prevented);
   if (std::strcmp(k, "mode_select_pf") == 0)
     return choice(at, v, "required", "optional", &d->mode_select_pf_required);
-  if (std::strcmp(k, "rewrite_percent") == 0) return number32(at, v, 0, 100, &d->rewrite_percent);
-  if (std::strcmp(k, "corrected_percent") == 0)
-    return number32(at, v, 0, 100, &d->corrected_percent);
+  if (std::strcmp(k, "rewrite_percent") == 0) return percent_value(at, v, &d->rewrite_percent);
+  if (std::strcmp(k, "corrected_percent") == 0) return percent_value(at, v, &d->corrected_percent);
+  if (std::strcmp(k, "tapealert") == 0) return tapealert_list(at, v, &d->tapealert_at_load);
+  if (std::strcmp(k, "tapealert_at_write") == 0) return tapealert_write_spec(at, v, d);
+  if (std::strcmp(k, "counters_at_load_mb") == 0)
+    return number_in(at, v, 0, 1ull << 40, &d->counters_at_load_mb);
+  if (std::strcmp(k, "max_transfer") == 0) return number32(at, v, 0, 0xFFFFFFFF, &d->max_transfer);
+  if (std::strcmp(k, "log_page_missing") == 0) return number_set(at, v, 0, 63, d->log_page_missing);
+  if (std::strcmp(k, "log_page_failing") == 0) return number_set(at, v, 0, 63, d->log_page_failing);
   error_printf("ERROR: virtual tape description \"%s\" line %u: unknown key \"%s\"\n", at.path,
                at.line, k);
   return -1;

@@ -39,8 +39,17 @@ struct VtapeDescription {
   bool prevent_allow_supported;
   bool unload_refused_while_prevented;  // else unload and hold the cartridge
   bool mode_select_pf_required;         // Mode Select with PF clear is INVALID FIELD IN CDB
+  // Recovered-error rates in hundredths of a percent (2.5 % is 250).
   uint32_t rewrite_percent;
   uint32_t corrected_percent;
+  // Drive health.
+  uint64_t tapealert_at_load;      // bit n-1: TapeAlert flag n set at every load
+  uint64_t tapealert_at_write;     // 0: never; else the Nth Write(6) raises...
+  uint8_t tapealert_write_flag;    // ...this flag (1-64)
+  uint64_t counters_at_load_mb;    // byte counters start here at every load
+  uint32_t max_transfer;           // adapter limit on one command's data; 0: none
+  bool log_page_missing[64];       // left out of page 00h; Log Sense refuses it
+  bool log_page_failing[64];       // listed, but Log Sense of it fails
 };
 
 // The drive's defaults, used when no description file is given.

@@ -55,7 +55,7 @@ TEST(VtapeDescription, EveryKeyIsRead) {
       "prevent_allow = unsupported\n"
       "mode_select_pf = required\n"
       "rewrite_percent = 5\n"
-      "corrected_percent = 7\n");
+      "corrected_percent = 7.25\n");
   ASSERT_EQ(0, r.result) << r.errors;
   const VtapeDescription& d = r.description;
   EXPECT_EQ(800000u, d.capacity_mb);
@@ -86,8 +86,8 @@ TEST(VtapeDescription, EveryKeyIsRead) {
   EXPECT_FALSE(d.load_unload_supported);
   EXPECT_FALSE(d.prevent_allow_supported);
   EXPECT_TRUE(d.mode_select_pf_required);
-  EXPECT_EQ(5u, d.rewrite_percent);
-  EXPECT_EQ(7u, d.corrected_percent);
+  EXPECT_EQ(500u, d.rewrite_percent);  // hundredths
+  EXPECT_EQ(725u, d.corrected_percent);
   EXPECT_EQ("", r.errors);
 }
 
@@ -106,9 +106,12 @@ TEST(VtapeDescription, BadLinesNameTheFileTheLineAndTheKey) {
       {"\n# c\nvendor = MUCH TOO LONG\n",
        " line 3: bad value \"MUCH TOO LONG\" for key "
        "\"vendor\" (expected at most 8 characters)\n"},
-      {"rewrite_percent = 101\n",
-       " line 1: bad value \"101\" for key \"rewrite_percent\" "
-       "(expected a number from 0 to 100)\n"},
+      {"rewrite_percent = 100.01\n",
+       " line 1: bad value \"100.01\" for key \"rewrite_percent\" "
+       "(expected a percentage from 0 to 100 with at most two decimals)\n"},
+      {"tapealert_at_write = 3:65\n",
+       " line 1: bad value \"3:65\" for key \"tapealert_at_write\" "
+       "(expected N:flag with a flag from 1 to 64)\n"},
       {"corrupt_read_at = 5\n",
        " line 1: bad value \"5\" for key \"corrupt_read_at\" "
        "(expected N:offset)\n"},

@@ -39,8 +39,8 @@ void request_sense(VirtualDrive* drive, const PassThroughRequest& request, Comma
   }
   data[7] = kRequestSenseLength - 8;
   const DriveCounters& c = drive->counters;
-  uint64_t retries = c.records_written * drive->description.rewrite_percent / 100 +
-                     c.records_read * drive->description.corrected_percent / 100;
+  uint64_t retries = c.records_written * drive->description.rewrite_percent / 10000 +
+                     c.records_read * drive->description.corrected_percent / 10000;
   uint16_t rw_retries = retries > 0xFFFF ? 0xFFFF : static_cast<uint16_t>(retries);
   data[18] = static_cast<uint8_t>(rw_retries >> 8);
   data[19] = static_cast<uint8_t>(rw_retries);
@@ -214,10 +214,22 @@ void prevent_allow(VirtualDrive* drive, const PassThroughRequest& request, Comma
 void log_sense(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer* answer) {
   if (request.cdb[1] & 0x03) return invalid_field_in_cdb(answer, 1);  // PPC, SP
   if (request.cdb[3] != 0) return invalid_field_in_cdb(answer, 3);    // subpages
+  if (drive->description.log_page_failing[request.cdb[2] & 0x3F]) {
+    return check_condition(answer, kSenseHardwareError, 0x44, 0x00);  // INTERNAL TARGET FAILURE
+  }
   uint8_t page[kLogPageCapacity];
   uint16_t first = static_cast<uint16_t>((request.cdb[5] << 8) | request.cdb[6]);
   unsigned length = build_log_page(*drive, request.cdb[2] & 0x3F, first, page);
   if (length == 0) return invalid_field_in_cdb(answer, 2);
   uint32_t allocation = (static_cast<uint32_t>(request.cdb[7]) << 8) | request.cdb[8];
   return_data(request, allocation, page, length, answer);
+}
+
+void read_block_limits(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer* answer) {
+  const VtapeDescription& d = drive->description;
+  const uint32_t min_block = d.min_block > 0xFFFF ? 0xFFFF : d.min_block;  // a 16-bit field
+  const uint8_t data[6] = {0x00, static_cast<uint8_t>(d.max_block >> 16), static_cast<uint8_t>(d.max_block >> 8),
+                           static_cast<uint8_t>(d.max_block), static_cast<uint8_t>(min_block >> 8),
+                           static_cast<uint8_t>(min_block)};
+  return_data(request, sizeof data, data, sizeof data, answer);
 }

@@ -59,7 +59,7 @@ TEST(VtapeDevice, InquiryAnswersASequentialAccessDevice) {
 
 TEST(VtapeDevice, UnknownOperationCodeIsInvalidCommandOperationCode) {
   PlatformHandle h = ready_vtape();
-  for (int opcode : {0x05, 0x0F, 0x2A, 0x5A, 0xA0}) {
+  for (int opcode : {0x06, 0x0F, 0x2A, 0x5A, 0xA0}) {
     Answer a = send_cdb(h, {static_cast<uint8_t>(opcode), 0, 0, 0, 0, 0});
     expect_sense(a, 0x5, 0x20, 0x00, "opcode");
   }
@@ -196,7 +196,7 @@ TEST(VtapeDevice, LogSenseSupportedPagesAndRefusals) {
   uint8_t data[40] = {};
   Answer a = send_cdb(h, {0x4D, 0, 0x40, 0, 0, 0, 0, 0, 40, 0}, data, 40);
   EXPECT_EQ(0, a.status);
-  const uint8_t expected[] = {0x00, 0, 0, 5, 0x00, 0x02, 0x03, 0x0C, 0x32};
+  const uint8_t expected[] = {0x00, 0, 0, 7, 0x00, 0x02, 0x03, 0x0C, 0x17, 0x2E, 0x32};
   EXPECT_EQ(sizeof expected, a.transferred);
   EXPECT_EQ(0, std::memcmp(expected, data, sizeof expected));
   expect_sense(send_cdb(h, {0x4D, 0, 0x55, 0, 0, 0, 0, 0, 40, 0}, data, 40), 0x5, 0x24, 0, "page");

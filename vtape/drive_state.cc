@@ -4,7 +4,22 @@
 
 namespace {
 constexpr uint64_t kMegabyte = 1048576;
+
+
+// What every load starts with: the byte counters at counters_at_load_mb
+// (a drive whose counters run on from earlier cartridges), the TapeAlert
+// flags of the description.
+void start_counters(VirtualDrive* drive) {
+  const uint64_t bytes = drive->description.counters_at_load_mb * kMegabyte;
+  drive->counters = DriveCounters{};
+  drive->counters.host_bytes_written = bytes;
+  drive->counters.tape_bytes_written = bytes;
+  drive->counters.host_bytes_read = bytes;
+  drive->counters.tape_bytes_read = bytes;
+  drive->tapealert_flags = drive->description.tapealert_at_load;
+  ++drive->loads;
 }
+}  // namespace
 
 VirtualDrive& virtual_drive() {
   static VirtualDrive drive;
@@ -22,7 +37,8 @@ void power_on_drive(VirtualDrive* drive, const VtapeDescription& description) {
   drive->removal_prevented = false;
   drive->density_code = description.densities[0];
   drive->block_length = 0;
-  drive->counters = DriveCounters{};
+  drive->loads = 0;
+  start_counters(drive);
   drive->write_commands = 0;
   drive->read_commands = 0;
   drive->modified = false;
@@ -35,7 +51,7 @@ void power_on_drive(VirtualDrive* drive, const VtapeDescription& description) {
 void load_cartridge(VirtualDrive* drive) {
   drive->medium = MediumState::loaded;
   rewind_cartridge(&drive->cartridge);
-  drive->counters = DriveCounters{};
+  start_counters(drive);
   drive->not_ready_polls_left = drive->description.not_ready_polls;
   drive->unit_attention = true;
   drive->unit_attention_asc = 0x28;  // NOT READY TO READY CHANGE, MEDIUM MAY HAVE CHANGED

@@ -37,6 +37,8 @@ struct VirtualDrive {
   uint8_t density_code;
   uint32_t block_length;  // mode block length; 0 = variable block mode
   DriveCounters counters;
+  uint64_t tapealert_flags;  // bit n-1: TapeAlert flag n (page 2Eh)
+  uint64_t loads;            // cartridge threads since power-on (page 17h)
   uint64_t write_commands;  // Write(6) and Read(6) commands of the run (for the faults)
   uint64_t read_commands;
   bool modified;  // the cartridge changed since it was loaded or saved

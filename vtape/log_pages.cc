@@ -4,6 +4,9 @@
 
 namespace {
 
+// TapeAlert 14h (clean now) also sets the cleaning-required parameter of 0Ch.
+constexpr unsigned kCleanNowFlag = 0x14;
+
 struct PageBuilder {
   uint8_t* page;
   unsigned length;
@@ -23,7 +26,8 @@ void add_parameter(PageBuilder* b, uint16_t code, uint64_t value, unsigned value
   b->length += 4 + value_length;
 }
 
-uint64_t percent_of(uint64_t amount, uint32_t percent) { return amount * percent / 100; }
+// `hundredths` of a percent of `amount`.
+uint64_t percent_of(uint64_t amount, uint32_t hundredths) { return amount * hundredths / 10000; }
 
 // Pages 02h and 03h: the recovered-error rate applies to the records and
 // bytes of the direction, deterministically.
@@ -53,11 +57,13 @@ unsigned build_log_page(const VirtualDrive& drive, uint8_t page_code, uint16_t f
   std::memset(page, 0, kLogPageCapacity);
   PageBuilder b{page, 4, first_parameter};
   const DriveCounters& c = drive.counters;
+  if (page_code != 0x00 && drive.description.log_page_missing[page_code & 0x3F]) return 0;
   switch (page_code) {
     case 0x00: {
-      static const uint8_t kPages[] = {0x00, 0x02, 0x03, 0x0C, 0x32};
-      std::memcpy(page + 4, kPages, sizeof kPages);
-      b.length += sizeof kPages;
+      static const uint8_t kPages[] = {0x00, 0x02, 0x03, 0x0C, 0x17, 0x2E, 0x32};
+      for (uint8_t code : kPages) {
+        if (!drive.description.log_page_missing[code]) page[b.length++] = code;
+      }
       break;
     }
     case 0x02:
@@ -73,7 +79,26 @@ unsigned build_log_page(const VirtualDrive& drive, uint8_t page_code, uint16_t f
       add_parameter(&b, 0x0001, c.tape_bytes_written, 8);
       add_parameter(&b, 0x0002, c.tape_bytes_read, 8);
       add_parameter(&b, 0x0003, c.host_bytes_read, 8);
-      add_parameter(&b, 0x0100, 0, 1);
+      add_parameter(&b, 0x0100, (drive.tapealert_flags >> (kCleanNowFlag - 1)) & 1, 1);
+      break;
+    case 0x17: {
+      const uint64_t write_retries = percent_of(c.records_written, drive.description.rewrite_percent);
+      const uint64_t read_retries = percent_of(c.records_read, drive.description.corrected_percent);
+      add_parameter(&b, 0x0001, drive.loads, 4);
+      add_parameter(&b, 0x0002, c.records_written, 8);
+      add_parameter(&b, 0x0003, write_retries, 8);
+      add_parameter(&b, 0x0004, c.write_failures, 4);
+      add_parameter(&b, 0x0007, c.records_read, 8);
+      add_parameter(&b, 0x0008, read_retries, 8);
+      add_parameter(&b, 0x0009, c.read_failures, 4);
+      add_parameter(&b, 0x0010, c.tape_bytes_written / 1048576, 8);
+      add_parameter(&b, 0x0011, c.tape_bytes_read / 1048576, 8);
+      break;
+    }
+    case 0x2E:
+      for (uint16_t flag = 1; flag <= 64; ++flag) {
+        add_parameter(&b, flag, (drive.tapealert_flags >> (flag - 1)) & 1, 1);
+      }
       break;
     case 0x32:
       add_parameter(&b, 0x0000, (c.host_bytes_written / 1024) & 0xFFFFFFFF, 4);

@@ -2,7 +2,8 @@
 // drive status collection reads lies in the first 36 bytes of parameter data
 // (the program reads 40 bytes of a page) as 4-byte values:
 //
-//   page 00h  supported pages: 00h 02h 03h 0Ch 32h
+//   page 00h  supported pages: 00h 02h 03h 0Ch 17h 2Eh 32h, less those the
+//             description leaves out (log_page_missing)
 //   page 02h  write error counters (SPC), 4-byte values except 0005h:
 //             0000h records rewritten, 0001h 0, 0002h KB rewritten,
 //             0003h KB corrected by rewriting, 0004h records rewritten,
@@ -11,6 +12,11 @@
 //   page 0Ch  sequential-access device page (SSC), 8-byte values:
 //             0000h bytes from host, 0001h bytes to tape,
 //             0002h bytes from tape, 0003h bytes to host, 0100h cleaning 0
+//   page 17h  volume statistics (SSC): 0001h thread count, 0002h data
+//             sets (records) written, 0003h write retries, 0004h unrecovered
+//             write errors, 0007h/0008h/0009h the same for reads,
+//             0010h/0011h lifetime MB written to / read from tape (8 bytes)
+//   page 2Eh  TapeAlert: flags 0001h-0040h, one byte each, bit 0 the flag
 //   page 32h  data compression, 4-byte values in KB (modulo 2^32):
 //             0000h written by host, 0001h written to tape,
 //             0002h read by host, 0003h read from tape;
@@ -24,7 +30,7 @@
 
 #include "vtape/drive_state.h"
 
-constexpr unsigned kLogPageCapacity = 128;
+constexpr unsigned kLogPageCapacity = 512;
 
 // Builds page `page_code` with the parameters from `first_parameter` on
 // into `page`; returns its length (header included), or 0 when the drive

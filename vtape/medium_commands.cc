@@ -168,6 +168,7 @@ void write6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswe
   uint32_t blocks = fixed ? length : 1;
   uint64_t bytes = static_cast<uint64_t>(block) * blocks;
   if (length == 0 || buffer_too_small(request, bytes, answer)) return;
+  if (command == d.tapealert_at_write) drive->tapealert_flags |= uint64_t{1} << (d.tapealert_write_flag - 1);
   if (command == d.fail_write_at) {
     ++drive->counters.write_failures;
     check_condition(answer, kSenseMediumError, 0x0C, 0x00);  // WRITE ERROR

@@ -12,6 +12,7 @@ constexpr uint8_t kStatusCheckCondition = 0x02;
 constexpr uint8_t kSenseNoSense = 0x0;
 constexpr uint8_t kSenseNotReady = 0x2;
 constexpr uint8_t kSenseMediumError = 0x3;
+constexpr uint8_t kSenseHardwareError = 0x4;
 constexpr uint8_t kSenseIllegalRequest = 0x5;
 constexpr uint8_t kSenseUnitAttention = 0x6;
 constexpr uint8_t kSenseBlankCheck = 0x8;

@@ -86,6 +86,11 @@ void pass_through(PlatformHandle device, const PassThroughRequest& request,
     reply.error = kErrorTimeout;  // selection timeout: nothing at that address
     return;
   }
+  if (drive.description.max_transfer != 0 && request.data_length > drive.description.max_transfer) {
+    release(drive);
+    reply.error = kErrorInvalidParameter;  // refused by the adapter, never sent to the drive
+    return;
+  }
   CommandAnswer answer;
   if (request.lun != test_settings.lun || !drive.description.lun_supported) {
     answer_missing_unit(request, &answer);
@@ -117,9 +122,20 @@ void close_device(PlatformHandle device) {
   release(drive);
 }
 
+// The adapter's limit as the description gives it (max_transfer).
+int query_transfer_limits(PlatformHandle device, const ScsiAddress&, TransferLimits* limits) {
+  const VirtualDrive& drive = virtual_drive();
+  if (device != adapter_handle() || drive.description.max_transfer == 0) return -1;
+  *limits = TransferLimits{};
+  limits->max_transfer_bytes = drive.description.max_transfer;
+  std::snprintf(limits->source, sizeof limits->source, "%s", "virtual adapter");
+  return 0;
+}
+
 const Platform kVirtualPlatform = {
     "virtual tape drive", open_device,  query_adapter, query_tape_address,
     pass_through,         close_device, nullptr,       nullptr,
+    query_transfer_limits,
 };
 
 }  // namespace
