@@ -3,7 +3,9 @@
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "drive_status/collection.h"
+#include "drive_status/drive_health.h"
 #include "drive_status/dsc_config.h"
+#include "drive_status/preflight.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
 #include "results/results_file.h"
@@ -210,6 +212,10 @@ int run_read_compare_test() { return run_test(kReadTest); }
 int run_test_iterations() {
   if (rewind_enabled && rewind_tape() != 0) return -1;
   if (set_block_mode() != 0) return -1;
+  if (test_settings.health_enabled) {
+    run_preflight();
+    report_drive_health(0);
+  }
   const bool rwr = dsc_entries[kDscDrwr].selected != 0;
   const bool ecc = dsc_entries[kDscDecc].selected != 0;
   for (uint32_t n = 1; n <= test_settings.iterations; ++n) {
@@ -236,6 +242,7 @@ int run_test_iterations() {
                     drive_status.max_ecc_percentage, verdict(drive_status.max_ecc_percentage));
     }
     note_verdicts(n, rwr, ecc);
+    if (test_settings.health_enabled) report_drive_health(n);
     if (test_settings.unload_each_iteration && unload_reload() != 0) return -1;
     flush_report_streams();
   }

@@ -172,6 +172,15 @@ const GoldenCase kGoldenCases[] = {
     {"strict_unload_unsupported", "/uld /megs 1 /strict /vtape drive.vtape", "load_unload = unsupported\n", false,
      2},
     {"strict_write_failure", "/megs 2 /strict /vtape drive.vtape", "fail_write_at = 20\n", false, 1},
+    // /health: flags 04h and 14h at load, 06h raised by the 10th Write,
+    // counters past 4 GiB, a rewrite rate with decimals.
+    {"health_flags", "/health /megs 2 /cfile bftdtest.cdb /vtape drive.vtape",
+     "tapealert = 4, 20\ntapealert_at_write = 10:6\ncounters_at_load_mb = 5000\nrewrite_percent = 2.5\n", false, 0},
+    // Page 17h not listed, page 02h failing (reported once over two iterations).
+    {"health_pages", "/health /loop 2 /megs 1 /vtape drive.vtape", "log_page_missing = 17h\nlog_page_failing = 2\n",
+     false, 0},
+    // The preflight warns before the first Write fails on the adapter's limit.
+    {"health_preflight", "/health /megs 1 /vtape drive.vtape", "max_transfer = 0x8000\n", false, 1},
 };
 
 class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};

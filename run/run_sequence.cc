@@ -7,7 +7,9 @@
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "run/report_header.h"
+#include "drive_status/drive_health.h"
 #include "drive_status/dsc_config.h"
+#include "drive_status/preflight.h"
 #include "engine/iterations.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
@@ -218,6 +220,8 @@ void reset_program_state() {
   reset_report_write_failure();
   reset_option_parser();
   reset_dsc_entries();
+  reset_drive_health();
+  reset_preflight();
   reset_device_table();
   free_command_buffers();
   reset_scsi_transport();
