@@ -179,6 +179,8 @@ const GoldenCase kGoldenCases[] = {
     // Page 17h not listed, page 02h failing (reported once over two iterations).
     {"health_pages", "/health /loop 2 /megs 1 /vtape drive.vtape", "log_page_missing = 17h\nlog_page_failing = 2\n",
      false, 0},
+    // The shipped real-drive section on the virtual drive's standard page 0Ch.
+    {"dsc_ssc_sequential", "/dsc SSC-SEQUENTIAL /megs 2 /vtape", nullptr, true, 0},
     // The preflight warns before the first Write fails on the adapter's limit.
     {"health_preflight", "/health /megs 1 /vtape drive.vtape", "max_transfer = 0x8000\n", false, 1},
 };

@@ -109,6 +109,10 @@ int fake_close(int fd) {
 
 int fake_ioctl(int fd, unsigned long request, void* argument) {
   auto open = kernel->open_fds.find(fd);
+  if (open != kernel->open_fds.end() && request == SG_GET_RESERVED_SIZE && kernel->reserved_size > 0) {
+    *static_cast<int*>(argument) = kernel->reserved_size;
+    return 0;
+  }
   if (open == kernel->open_fds.end() || request != SG_IO) {
     errno = open == kernel->open_fds.end() ? EBADF : ENOTTY;
     return -1;

@@ -54,6 +54,8 @@ struct FakeKernel {
   // Answers an SG_IO: may change the header (status, sense, resid...) and the
   // data; returns 0, or an errno for the ioctl to fail with.
   std::function<int(sg_io_hdr_t&)> answer = [](sg_io_hdr_t&) { return 0; };
+  // What SG_GET_RESERVED_SIZE answers; 0 makes it fail with ENOTTY.
+  int reserved_size = 0;
 
   struct Open {
     std::string path;

@@ -224,3 +224,27 @@ TEST_F(LinuxDiscovery, InquiryWithoutSysfsAttributeGoesThroughSgOrTheTextAttribu
 }
 
 }  // namespace
+
+// The host's limits: its own max_sectors where shown, else a disk's queue on
+// the same host; the reserved buffer through the unit's sg node.
+TEST_F(LinuxDiscovery, TransferLimitsFromSysfsAndTheReservedBuffer) {
+  build_library();
+  tree.write_file("sys/class/scsi_host/host0/sg_tablesize", "128\n");
+  tree.write_file("sys/class/scsi_device/0:0:0:0/device/block/sda/queue/max_hw_sectors_kb", "512\n");
+  kernel.reserved_size = 32768;
+  PlatformHandle handle = kInvalidPlatformHandle;
+  ASSERT_EQ(kErrorNone, open_name("\\\\.\\Scsi0:", &handle));
+  TransferLimits limits{};
+  ASSERT_EQ(0, linux_platform().query_transfer_limits(handle, ScsiAddress{0, 0, 3, 0}, &limits));
+  EXPECT_EQ(512u * 1024, limits.max_transfer_bytes);
+  EXPECT_EQ(128u, limits.max_segments);
+  EXPECT_EQ(32768u, limits.reserved_bytes);
+  EXPECT_STREQ("max_hw_sectors_kb of sda", limits.source);
+  tree.write_file("sys/class/scsi_host/host0/max_sectors", "1024\n");
+  ASSERT_EQ(0, linux_platform().query_transfer_limits(handle, ScsiAddress{0, 0, 3, 0}, &limits));
+  EXPECT_EQ(1024u * 512, limits.max_transfer_bytes);
+  EXPECT_STREQ("host max_sectors", limits.source);
+  kernel.reserved_size = 0;  // host 2 shows no limit at all
+  ASSERT_EQ(kErrorNone, open_name("\\\\.\\Scsi2:", &handle));
+  EXPECT_EQ(-1, linux_platform().query_transfer_limits(handle, ScsiAddress{2, 0, 1, 0}, &limits));
+}
