@@ -167,7 +167,9 @@ void print_reading(const HealthReading& r, bool after_test_start) {
   char list[64 * 4 + 1] = "";
   size_t used = 0;
   for (unsigned code = 0; code < 64; ++code) {
-    if (r.listed[code]) used += static_cast<size_t>(std::snprintf(list + used, sizeof list - used, "%s%02Xh", used ? " " : "", code));
+    if (!r.listed[code]) continue;
+    std::snprintf(list + used, sizeof list - used, "%s%02Xh", used != 0 ? " " : "", code);
+    used = std::strlen(list);
   }
   health_line("log pages listed", "%s", list);
   if (r.tapealert_read) {
@@ -196,8 +198,11 @@ void print_reading(const HealthReading& r, bool after_test_start) {
 void print_ratio(const char* label, unsigned host, unsigned tape) {
   const DriveHealth& h = drive_health;
   if (!h.has_change[host] || !h.has_change[tape]) return;
-  const double d = static_cast<double>(h.change[tape]);
-  health_line(label, "%.1f to 1", d > 0.0 ? static_cast<double>(h.change[host]) / d : 0.0);
+  if (h.change[tape] == 0) {
+    health_line(label, "no data moved");
+    return;
+  }
+  health_line(label, "%.1f to 1", static_cast<double>(h.change[host]) / static_cast<double>(h.change[tape]));
 }
 
 // Events per GB (1024 MB) of the direction's data: the page's own bytes

@@ -195,6 +195,26 @@ void note_verdicts(uint32_t iteration, bool rwr, bool ecc) {
   }
 }
 
+// One iteration: write test, rewind, read/compare test, rewind, the RWR/ECC
+// verdicts. 0, or -1 as soon as a step failed.
+int run_iteration(uint32_t n, bool rwr, bool ecc) {
+  if (write_test_enabled && run_write_test() != 0) return -1;
+  if (rewind_enabled && rewind_tape() != 0) return -1;
+  if (read_test_enabled && run_read_compare_test() != 0) return -1;
+  if (rewind_enabled && rewind_tape() != 0) return -1;
+  if (rwr || ecc) report_printf("\r\n");
+  if (rwr) {
+    report_printf("maximum RWR percentage calculated ............ %.1f%% (%s)\r\n",
+                  drive_status.max_rwr_percentage, verdict(drive_status.max_rwr_percentage));
+  }
+  if (ecc) {
+    report_printf("maximum ECC percentage calculated ............ %.1f%% (%s)\r\n",
+                  drive_status.max_ecc_percentage, verdict(drive_status.max_ecc_percentage));
+  }
+  note_verdicts(n, rwr, ecc);
+  return 0;
+}
+
 }  // namespace
 
 uint32_t transfer_rate_kb_per_second(double megabytes, double seconds) {
@@ -228,21 +248,10 @@ int run_test_iterations() {
       const char* date = date_string();
       report_printf("\r\nTEST ITERATION %u (%s %s):\r\n", static_cast<unsigned>(n), date, time_string());
     }
-    if (write_test_enabled && run_write_test() != 0) return -1;
-    if (rewind_enabled && rewind_tape() != 0) return -1;
-    if (read_test_enabled && run_read_compare_test() != 0) return -1;
-    if (rewind_enabled && rewind_tape() != 0) return -1;
-    if (rwr || ecc) report_printf("\r\n");
-    if (rwr) {
-      report_printf("maximum RWR percentage calculated ............ %.1f%% (%s)\r\n",
-                    drive_status.max_rwr_percentage, verdict(drive_status.max_rwr_percentage));
-    }
-    if (ecc) {
-      report_printf("maximum ECC percentage calculated ............ %.1f%% (%s)\r\n",
-                    drive_status.max_ecc_percentage, verdict(drive_status.max_ecc_percentage));
-    }
-    note_verdicts(n, rwr, ecc);
+    const int result = run_iteration(n, rwr, ecc);
+    // Also after a failure: the drive's flags and counters may tell why.
     if (test_settings.health_enabled) report_drive_health(n);
+    if (result != 0) return -1;
     if (test_settings.unload_each_iteration && unload_reload() != 0) return -1;
     flush_report_streams();
   }

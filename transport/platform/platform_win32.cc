@@ -169,8 +169,9 @@ void pass_through(PlatformHandle device, const PassThroughRequest& request,
   std::memcpy(request.sense, sptd.sense, reply.sense_length);
 }
 
-// The port driver's capabilities of the adapter behind `device` (an adapter
-// or a tape device: the class driver passes the request down to its port).
+// The port driver's capabilities of the adapter behind `device`. Asked of a
+// tape device, the class driver may pass the request down to the port or
+// refuse it; the limits are then unknown.
 int query_transfer_limits(PlatformHandle device, const ScsiAddress&, TransferLimits* limits) {
   IO_SCSI_CAPABILITIES answer = {};
   DWORD returned = 0;
