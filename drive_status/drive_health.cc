@@ -6,7 +6,9 @@
 
 #include "console/log_output.h"
 #include "drive_status/log_parameters.h"
+#include "drive_status/preflight.h"
 #include "drive_status/tapealert_flags.h"
+#include "results/results_file.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "transport/scsi_transport.h"
@@ -27,33 +29,34 @@ LogPage walked;
 struct CounterSource {
   uint8_t page;
   uint16_t code;
-  const char* name;
+  const char* name;  // in the report
+  const char* key;   // in the results file
 };
 
 // In HealthCounter order.
 const CounterSource kCounters[kHealthCounterCount] = {
-    {0x02, 0x0003, "write errors corrected"},
-    {0x02, 0x0002, "write total rewrites"},
-    {0x02, 0x0005, "write bytes processed"},
-    {0x02, 0x0006, "write errors uncorrected"},
-    {0x03, 0x0003, "read errors corrected"},
-    {0x03, 0x0002, "read total rereads"},
-    {0x03, 0x0005, "read bytes processed"},
-    {0x03, 0x0006, "read errors uncorrected"},
-    {0x0C, 0x0000, "bytes from the host"},
-    {0x0C, 0x0001, "bytes written to tape"},
-    {0x0C, 0x0002, "bytes read from tape"},
-    {0x0C, 0x0003, "bytes to the host"},
-    {0x0C, 0x0100, "cleaning required"},
-    {0x17, 0x0001, "volume thread count"},
-    {0x17, 0x0002, "volume data sets written"},
-    {0x17, 0x0003, "volume write retries"},
-    {0x17, 0x0004, "volume unrecovered write errors"},
-    {0x17, 0x0007, "volume data sets read"},
-    {0x17, 0x0008, "volume read retries"},
-    {0x17, 0x0009, "volume unrecovered read errors"},
-    {0x17, 0x0010, "volume lifetime MB written"},
-    {0x17, 0x0011, "volume lifetime MB read"},
+    {0x02, 0x0003, "write errors corrected", "write_errors_corrected"},
+    {0x02, 0x0002, "write total rewrites", "write_total_rewrites"},
+    {0x02, 0x0005, "write bytes processed", "write_bytes_processed"},
+    {0x02, 0x0006, "write errors uncorrected", "write_errors_uncorrected"},
+    {0x03, 0x0003, "read errors corrected", "read_errors_corrected"},
+    {0x03, 0x0002, "read total rereads", "read_total_rereads"},
+    {0x03, 0x0005, "read bytes processed", "read_bytes_processed"},
+    {0x03, 0x0006, "read errors uncorrected", "read_errors_uncorrected"},
+    {0x0C, 0x0000, "bytes from the host", "bytes_from_the_host"},
+    {0x0C, 0x0001, "bytes written to tape", "bytes_written_to_tape"},
+    {0x0C, 0x0002, "bytes read from tape", "bytes_read_from_tape"},
+    {0x0C, 0x0003, "bytes to the host", "bytes_to_the_host"},
+    {0x0C, 0x0100, "cleaning required", "cleaning_required"},
+    {0x17, 0x0001, "volume thread count", "volume_thread_count"},
+    {0x17, 0x0002, "volume data sets written", "volume_data_sets_written"},
+    {0x17, 0x0003, "volume write retries", "volume_write_retries"},
+    {0x17, 0x0004, "volume unrecovered write errors", "volume_unrecovered_write_errors"},
+    {0x17, 0x0007, "volume data sets read", "volume_data_sets_read"},
+    {0x17, 0x0008, "volume read retries", "volume_read_retries"},
+    {0x17, 0x0009, "volume unrecovered read errors", "volume_unrecovered_read_errors"},
+    {0x17, 0x0010, "volume lifetime MB written", "volume_lifetime_mb_written"},
+    {0x17, 0x0011, "volume lifetime MB read", "volume_lifetime_mb_read"},
 };
 
 struct PageName {
@@ -195,36 +198,55 @@ void print_reading(const HealthReading& r, bool after_test_start) {
   }
 }
 
-void print_ratio(const char* label, unsigned host, unsigned tape) {
+// The figures over the test, as printed and as recorded.
+struct Changes {
+  NamedFigure figures[kMaxHealthChanges];
+  unsigned count;
+};
+
+void add_figure(Changes* changes, const char* key, double value) {
+  if (changes->count < kMaxHealthChanges) changes->figures[changes->count++] = {key, value};
+}
+
+void change_ratio(Changes* changes, const char* label, const char* key, unsigned host, unsigned tape) {
   const DriveHealth& h = drive_health;
   if (!h.has_change[host] || !h.has_change[tape]) return;
   if (h.change[tape] == 0) {
     health_line(label, "no data moved");
     return;
   }
-  health_line(label, "%.1f to 1", static_cast<double>(h.change[host]) / static_cast<double>(h.change[tape]));
+  const double ratio = static_cast<double>(h.change[host]) / static_cast<double>(h.change[tape]);
+  health_line(label, "%.1f to 1", ratio);
+  add_figure(changes, key, ratio);
 }
 
 // Events per GB (1024 MB) of the direction's data: the page's own bytes
 // processed, else the sequential-access page's host bytes.
-void print_rate(const char* label, unsigned events, unsigned bytes, unsigned host_bytes) {
+void change_rate(Changes* changes, const char* label, const char* key, unsigned events, unsigned bytes,
+                 unsigned host_bytes) {
   const DriveHealth& h = drive_health;
   if (!h.has_change[events]) return;
   unsigned basis = h.has_change[bytes] && h.change[bytes] != 0 ? bytes : host_bytes;
   if (!h.has_change[basis] || h.change[basis] == 0) return;
   const double gigabytes = static_cast<double>(h.change[basis]) / (1024.0 * kBytesPerMegabyte);
-  health_line(label, "%.2f", static_cast<double>(h.change[events]) / gigabytes);
+  const double rate = static_cast<double>(h.change[events]) / gigabytes;
+  health_line(label, "%.2f", rate);
+  add_figure(changes, key, rate);
 }
 
-void print_changes() {
+void print_changes(HealthRecord* record) {
   const DriveHealth& h = drive_health;
   report_printf("  over the test:\r\n");
-  print_ratio("write compression ratio", kBytesFromHost, kBytesToTape);
-  print_ratio("read compression ratio", kBytesToHost, kBytesFromTape);
-  print_rate("write errors corrected per GB", kWriteCorrected, kWriteBytes, kBytesFromHost);
-  print_rate("write rewrites per GB", kWriteRewrites, kWriteBytes, kBytesFromHost);
-  print_rate("read errors corrected per GB", kReadCorrected, kReadBytes, kBytesToHost);
-  print_rate("read rereads per GB", kReadRereads, kReadBytes, kBytesToHost);
+  Changes changes{};
+  change_ratio(&changes, "write compression ratio", "write_compression_ratio", kBytesFromHost, kBytesToTape);
+  change_ratio(&changes, "read compression ratio", "read_compression_ratio", kBytesToHost, kBytesFromTape);
+  change_rate(&changes, "write errors corrected per GB", "write_errors_corrected_per_gb", kWriteCorrected,
+              kWriteBytes, kBytesFromHost);
+  change_rate(&changes, "write rewrites per GB", "write_rewrites_per_gb", kWriteRewrites, kWriteBytes,
+              kBytesFromHost);
+  change_rate(&changes, "read errors corrected per GB", "read_errors_corrected_per_gb", kReadCorrected,
+              kReadBytes, kBytesToHost);
+  change_rate(&changes, "read rereads per GB", "read_rereads_per_gb", kReadRereads, kReadBytes, kBytesToHost);
   // Cleaning is asked for by the counter or by TapeAlert 14h / 15h.
   constexpr uint64_t kCleaningAlerts = (uint64_t{1} << 0x13) | (uint64_t{1} << 0x14);
   const HealthReading& b = h.baseline;
@@ -238,6 +260,33 @@ void print_changes() {
   unsigned raised = 0;
   for (unsigned flag = 1; flag <= 64; ++flag) raised += (h.alerts_raised >> (flag - 1)) & 1;
   if (c.tapealert_read || h.alerts_raised != 0) health_line("TapeAlert flags raised", "%u", raised);
+  for (unsigned i = 0; i < changes.count; ++i) record->changes[i] = changes.figures[i];
+  record->change_count = static_cast<uint8_t>(changes.count);
+  record->cleaning_known = known;
+  record->cleaning_required = now;
+  record->cleaning_new = now && !before;
+  record->alerts_raised = raised;
+}
+
+// The reading as the results file takes it (the figures over the test are
+// added by print_changes).
+void fill_record(const HealthReading& r, uint32_t iteration, HealthRecord* record) {
+  record->iteration = iteration;
+  record->pages_known = r.pages_known;
+  for (unsigned code = 0; code < 64; ++code) {
+    if (r.listed[code]) record->listed_pages[record->listed_count++] = static_cast<uint8_t>(code);
+    if (drive_health.page_failed[code]) record->failed_pages[record->failed_count++] = static_cast<uint8_t>(code);
+  }
+  record->tapealert_read = r.tapealert_read;
+  for (unsigned flag = 1; flag <= 64; ++flag) {
+    if (((r.alerts >> (flag - 1)) & 1) == 0) continue;
+    const TapeAlertFlag& f = tapealert_flag(flag);
+    const bool fresh = iteration > 0 && ((drive_health.baseline.alerts >> (flag - 1)) & 1) == 0;
+    record->flags[record->flag_count++] = {static_cast<uint8_t>(flag), f.name, severity_name(f.severity), fresh};
+  }
+  for (unsigned c = 0; c < kHealthCounterCount && record->counter_count < kMaxHealthCounters; ++c) {
+    if (r.has[c]) record->counters[record->counter_count++] = {kCounters[c].key, r.value[c]};
+  }
 }
 
 }  // namespace
@@ -264,6 +313,19 @@ void report_drive_health(uint32_t iteration) {
   h.current = reading;
   ++h.readings;
   print_reading(reading, h.readings > 1);
-  if (h.readings > 1) print_changes();
+  static HealthRecord record;  // large: kept off the stack
+  record = HealthRecord{};
+  fill_record(reading, iteration, &record);
+  if (h.readings > 1) print_changes(&record);
+  if (results_enabled()) {
+    const PreflightResult& p = preflight_result;
+    const PreflightRecord preflight{p.block_limits_read,  p.min_block,
+                                    p.max_block,          p.adapter_known,
+                                    p.adapter.max_transfer_bytes, p.adapter.max_segments,
+                                    p.adapter.reserved_bytes,     p.adapter.source,
+                                    p.largest_fitting_transfer,   p.warned ? p.warning : nullptr};
+    if (iteration == 0) record.preflight = &preflight;
+    results_write_health(record);
+  }
   flush_report_streams();
 }

@@ -1,5 +1,6 @@
 #include "drive_status/preflight.h"
 
+#include <cstdarg>
 #include <cstdio>
 
 #include "console/log_output.h"
@@ -93,29 +94,35 @@ Limit tightest_limit(const PreflightResult& r, bool variable_blocks) {
   return best;
 }
 
+// The one WARNING line, kept for the results file too.
+void BFT_PRINTF_FORMAT(2, 3) warn(PreflightResult* r, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(r->warning, sizeof r->warning, format, args);
+  va_end(args);
+  r->warned = true;
+  report_printf("WARNING: %s\r\n", r->warning);
+}
+
 void warn_if_over(PreflightResult* r) {
   const uint32_t block = test_settings.logical_block_size;
   const uint32_t transfer = test_settings.max_transfer_length;
   if (block != 0 && r->block_limits_read &&
       (block < r->min_block || (r->max_block != 0 && block > r->max_block))) {
-    report_printf("WARNING: block size 0x%lX is outside the drive's block length limits (%lu to %lu bytes)\r\n",
-                  static_cast<unsigned long>(block), static_cast<unsigned long>(r->min_block),
-                  static_cast<unsigned long>(r->max_block));
-    r->warned = true;
+    warn(r, "block size 0x%lX is outside the drive's block length limits (%lu to %lu bytes)",
+         static_cast<unsigned long>(block), static_cast<unsigned long>(r->min_block),
+         static_cast<unsigned long>(r->max_block));
     return;
   }
   const Limit limit = tightest_limit(*r, block == 0);
   if (limit.bytes == 0) return;
   r->largest_fitting_transfer = largest_transfer_within(limit.bytes, block);
   if (transfer <= limit.bytes) return;
-  r->warned = true;
   if (r->largest_fitting_transfer == 0) {
-    report_printf("WARNING: block size 0x%lX exceeds %s; no /maxtl fits\r\n",
-                  static_cast<unsigned long>(block), limit.name);
+    warn(r, "block size 0x%lX exceeds %s; no /maxtl fits", static_cast<unsigned long>(block), limit.name);
   } else {
-    report_printf("WARNING: /maxtl 0x%lX exceeds %s; the largest /maxtl that fits is 0x%lX\r\n",
-                  static_cast<unsigned long>(transfer), limit.name,
-                  static_cast<unsigned long>(r->largest_fitting_transfer));
+    warn(r, "/maxtl 0x%lX exceeds %s; the largest /maxtl that fits is 0x%lX",
+         static_cast<unsigned long>(transfer), limit.name, static_cast<unsigned long>(r->largest_fitting_transfer));
   }
 }
 

@@ -18,6 +18,7 @@ struct PreflightResult {
   TransferLimits adapter;
   uint32_t largest_fitting_transfer;  // 0 when nothing limits it (or nothing fits)
   bool warned;
+  char warning[200];  // the WARNING line's text after "WARNING: "
 };
 
 extern PreflightResult preflight_result;

@@ -251,6 +251,52 @@ void results_write_iteration(const IterationRecord& r) {
   });
 }
 
+void results_write_health(const HealthRecord& r) {
+  json record = {{"record", "health"}, {"iteration", r.iteration}};
+  if (r.preflight != nullptr) {
+    const PreflightRecord& p = *r.preflight;
+    auto known = [](bool yes, uint32_t value) { return yes && value != 0 ? json(value) : json(nullptr); };
+    record["preflight"] = {
+        {"min_block", p.block_limits_read ? json(p.min_block) : json(nullptr)},
+        {"max_block", known(p.block_limits_read, p.max_block)},
+        {"adapter_max_transfer", known(p.adapter_known, p.max_transfer_bytes)},
+        {"adapter_max_transfer_source", optional_text(p.adapter_known ? p.source : nullptr)},
+        {"adapter_max_segments", known(p.adapter_known, p.max_segments)},
+        {"sg_reserved_bytes", known(p.adapter_known, p.reserved_bytes)},
+        {"largest_fitting_transfer", known(true, p.largest_fitting_transfer)},
+        {"warning", optional_text(p.warning)},
+    };
+  }
+  json pages = json::array();
+  for (unsigned i = 0; i < r.listed_count; ++i) pages.push_back(r.listed_pages[i]);
+  json failed = json::array();
+  for (unsigned i = 0; i < r.failed_count; ++i) failed.push_back(r.failed_pages[i]);
+  record["pages"] = r.pages_known ? pages : json(nullptr);
+  record["failed_pages"] = failed;
+  json flags = json::array();
+  for (unsigned i = 0; i < r.flag_count; ++i) {
+    const HealthFlag& f = r.flags[i];
+    flags.push_back({{"flag", f.number}, {"name", f.name}, {"severity", f.severity}, {"new", f.fresh}});
+  }
+  record["tapealert"] = r.tapealert_read ? flags : json(nullptr);
+  json counters = json::object();
+  for (unsigned i = 0; i < r.counter_count && i < kMaxHealthCounters; ++i) {
+    counters[r.counters[i].name] = r.counters[i].value;
+  }
+  record["counters"] = counters;
+  if (r.iteration > 0) {
+    json changes = json::object();
+    for (unsigned i = 0; i < r.change_count && i < kMaxHealthChanges; ++i) {
+      changes[r.changes[i].name] = r.changes[i].value;
+    }
+    changes["cleaning_required"] = r.cleaning_known ? json(r.cleaning_required) : json(nullptr);
+    changes["cleaning_required_new"] = r.cleaning_known ? json(r.cleaning_new) : json(nullptr);
+    changes["tapealert_raised"] = r.alerts_raised;
+    record["over_the_test"] = changes;
+  }
+  write_record(record);
+}
+
 void results_write_result(const ResultRecord& r) {
   json reasons = json::array();
   for (unsigned i = 0; i < r.reason_count; ++i) reasons.push_back(r.reasons[i]);

@@ -5,6 +5,8 @@
 //   run        the run sequence, after setup
 //   interval   the interval driver, after each write or read/compare interval
 //   iteration  the iteration driver, after each iteration's verdicts
+//   health     `/health`: before the first iteration (with the preflight)
+//              and after each iteration
 //   result     the run sequence, at the end (or the CTRL-C handler, below)
 // A new field of a record is one member of its struct here and one line in
 // the function that writes that record (results_file.cc).
@@ -87,6 +89,56 @@ struct IterationRecord {
   double percentage_limit;
 };
 void results_write_iteration(const IterationRecord& iteration);
+
+// The preflight of `/health`; 0 means unknown.
+struct PreflightRecord {
+  bool block_limits_read;
+  uint32_t min_block;
+  uint32_t max_block;
+  bool adapter_known;
+  uint32_t max_transfer_bytes;
+  uint32_t max_segments;
+  uint32_t reserved_bytes;
+  const char* source;           // of max_transfer_bytes
+  uint32_t largest_fitting_transfer;
+  const char* warning;          // the WARNING line's text, or null
+};
+
+struct HealthFlag {
+  uint8_t number;               // 1-64
+  const char* name;
+  const char* severity;         // "information", "warning", "critical"
+  bool fresh;                   // not set before the test
+};
+
+struct HealthCounter64 {
+  const char* name;             // a JSON key
+  uint64_t value;
+};
+constexpr unsigned kMaxHealthCounters = 32;
+constexpr unsigned kMaxHealthChanges = 8;
+
+struct HealthRecord {
+  uint32_t iteration;                 // 0: before the test
+  const PreflightRecord* preflight;   // with the first reading only
+  bool pages_known;                   // page 00h answered
+  uint8_t listed_pages[64];
+  uint8_t listed_count;
+  uint8_t failed_pages[64];           // left out after a failure
+  uint8_t failed_count;
+  bool tapealert_read;
+  HealthFlag flags[64];
+  uint8_t flag_count;
+  HealthCounter64 counters[kMaxHealthCounters];
+  uint8_t counter_count;
+  NamedFigure changes[kMaxHealthChanges];  // over the test (after an iteration)
+  uint8_t change_count;
+  bool cleaning_known;
+  bool cleaning_required;
+  bool cleaning_new;
+  uint32_t alerts_raised;             // flags raised during the test
+};
+void results_write_health(const HealthRecord& health);
 
 struct ResultRecord {
   int exit_code;

@@ -182,7 +182,12 @@ const GoldenCase kGoldenCases[] = {
     // The shipped real-drive section on the virtual drive's standard page 0Ch.
     {"dsc_ssc_sequential", "/dsc SSC-SEQUENTIAL /megs 2 /vtape", nullptr, true, 0},
     // The preflight warns before the first Write fails on the adapter's limit.
-    {"health_preflight", "/health /megs 1 /vtape drive.vtape", "max_transfer = 0x8000\n", false, 1},
+    {"health_preflight", "/health /megs 1 /vtape drive.vtape",
+     "max_transfer = 0x8000\ntapealert = 4\nlog_page_failing = 17h\n", false, 1},
+    // The same run's health records in the results file.
+    {"health_json", "/health /megs 1 /json results.jsonl /vtape drive.vtape",
+     "max_transfer = 0x8000\ntapealert = 4\nlog_page_failing = 17h\n", false, 1, "health_preflight",
+     "run:VT00000001 health0:fits=0x8000:4:failed=23 write:error health1:4:failed=23 result:failed:1:write failure"},
 };
 
 class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};

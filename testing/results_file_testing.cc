@@ -39,6 +39,22 @@ std::string summarize_record(const json& r) {
     if (r["ecc"].is_object()) text += ":ecc=" + r["ecc"]["verdict"].get<std::string>();
     return text;
   }
+  if (kind == "health") {
+    // health<iteration>, the fitting /maxtl of the preflight, the TapeAlert
+    // flags (+ when new) and the pages left out after a failure.
+    if (!r["counters"].is_object()) return "";
+    std::string text = "health" + std::to_string(r["iteration"].get<unsigned>());
+    if (r.contains("preflight") && r["preflight"]["largest_fitting_transfer"].is_number()) {
+      char fits[24];
+      std::snprintf(fits, sizeof fits, ":fits=0x%X", r["preflight"]["largest_fitting_transfer"].get<unsigned>());
+      text += fits;
+    }
+    for (const json& flag : r["tapealert"]) {
+      text += ":" + std::to_string(flag["flag"].get<unsigned>()) + (flag["new"].get<bool>() ? "+" : "");
+    }
+    for (const json& page : r["failed_pages"]) text += ":failed=" + std::to_string(page.get<unsigned>());
+    return text;
+  }
   if (kind == "result") {
     if (!r["bytes_written"].is_number() || !r["end_time"].is_string()) return "";
     std::string text = "result:" + r["status"].get<std::string>() + ":" +
