@@ -295,6 +295,15 @@ void reset_drive_health() { drive_health = DriveHealth{}; }
 
 const char* health_counter_name(HealthCounter counter) { return kCounters[counter].name; }
 
+void rebase_drive_health() {
+  DriveHealth& h = drive_health;
+  if (h.readings == 0) return;
+  HealthReading reading;
+  take_reading(&reading);
+  h.alerts_raised |= reading.alerts & ~h.baseline.alerts;
+  h.current = reading;
+}
+
 void report_drive_health(uint32_t iteration) {
   DriveHealth& h = drive_health;
   if (iteration == 0) {

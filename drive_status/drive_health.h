@@ -54,5 +54,10 @@ void report_drive_health(uint32_t iteration);
 // figures (the value starts in column 48).
 void health_line(const char* label, const char* format, ...) BFT_PRINTF_FORMAT(2, 3);
 
+// After an unload and reload (`/uld`): takes a reading without printing it
+// as the start of the next changes, since a drive may reset its counters at
+// a load (a counter that comes back to the same value would hide the reset).
+void rebase_drive_health();
+
 // Name of a counter as the report prints it.
 const char* health_counter_name(HealthCounter counter);

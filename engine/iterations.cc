@@ -252,7 +252,10 @@ int run_test_iterations() {
     // Also after a failure: the drive's flags and counters may tell why.
     if (test_settings.health_enabled) report_drive_health(n);
     if (result != 0) return -1;
-    if (test_settings.unload_each_iteration && unload_reload() != 0) return -1;
+    if (test_settings.unload_each_iteration) {
+      if (unload_reload() != 0) return -1;
+      if (test_settings.health_enabled && n < test_settings.iterations) rebase_drive_health();
+    }
     flush_report_streams();
   }
   return 0;
