@@ -116,7 +116,7 @@ int read_page(uint8_t code) {
     uint32_t got = scsi_transport.result.transferred_length;
     if (got == 0 || got > allocation) got = allocation;  // a platform that does not tell
     if (walk_log_page(page_data, got, &walked) != 0 || walked.page_code != code) {
-      report_page_failure(code, "came back as another page");
+      report_page_failure(code, "came back malformed or as another page");
       return -1;
     }
     const uint32_t whole = walked.page_length + 4;
