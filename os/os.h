@@ -35,6 +35,9 @@ void os_unlock_output();
 // Returns 0, or -1 when the delivery could not be set up.
 int os_install_break_handler(void (*handler)(int signal_number));
 void os_remove_break_handler();
+// Sends this process a CTRL-C, as the operator's key would (the virtual
+// drive's break fault).
+void os_send_break();
 
 // Ends the process at once with `code`: no static destructors, no atexit
 // handlers; open C streams are not flushed (flush them first).

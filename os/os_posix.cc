@@ -89,4 +89,6 @@ void os_remove_break_handler() {
   pthread_sigmask(SIG_SETMASK, &delivery.previous_mask, nullptr);
 }
 
+void os_send_break() { kill(getpid(), SIGINT); }
+
 void os_exit_now(int code) { _exit(code); }

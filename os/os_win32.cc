@@ -74,6 +74,8 @@ void os_remove_break_handler() {
   break_handler = nullptr;
 }
 
+void os_send_break() { GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0); }
+
 void os_exit_now(int code) {
   ExitProcess(static_cast<UINT>(code));
 }

@@ -1,23 +1,29 @@
-// End-to-end runs of the real program on the built-in virtual tape drive:
-// each case runs the executable in a directory of its own and compares the
-// output file (and the CDB list file) line by line with the expected files in
-// run/testdata/golden/. Only the dates, the times and the SEC and KB/SEC
-// figures are masked to their shape. A run with `/json results.jsonl` also
-// has every line of its results file parsed and summed up.
+// Whole runs of the real program, mostly on the built-in virtual tape drive.
+// Each row runs the executable in a directory of its own (under the build
+// directory) holding the files of run/testdata/inputs/ and of its folder
+// run/testdata/inputs/<name>/ if there is one, and compares every
+// expected file run/testdata/golden/<name>.<what> with what the run left:
+// .out the output file bftdtest.out, .cdb the CDB list bftdtest.cdb, .screen
+// the screen, .err the error stream, any other <what> the run's file of that
+// name. Without <name>.out (or the `report` of another case) the run must
+// not write bftdtest.out. Dates, times and the SEC and KB/SEC figures are
+// masked to their shape. A run with `/json results.jsonl` can also have every
+// line of its results file parsed and summed up (`results`).
+//
+// Adding a row: append it to kGoldenCases, run the suite once, check the
+// files the failing row kept (its directory is named in the failure) line by
+// line, and copy them to run/testdata/golden/<name>.<what>.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <ostream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "testing/output_capture.h"
-#include "testing/report_masking.h"
 #include "testing/results_file_testing.h"
 
 namespace {
@@ -25,90 +31,106 @@ namespace {
 namespace fs = std::filesystem;
 
 struct GoldenCase {
-  const char* name;              // expected files <name>.out and, with /cfile, <name>.cdb
-  const char* arguments;         // after the program name
-  const char* drive_description; // written to "drive.vtape" when not null
-  bool with_dsc_file;            // the shipped bftdtest.dsc in the run directory
+  const char* name;               // expected files run/testdata/golden/<name>.*
+  const char* arguments;          // after the program name, as a shell reads them
+  const char* drive_description;  // written to "drive.vtape" when not null
+  bool with_dsc_file;             // the shipped bftdtest.dsc in the run directory
   int exit_code;
-  const char* report = nullptr;  // expected <report>.out when another case's report is the same
-  const char* results = nullptr; // summarize_results_file() of "results.jsonl"
+  const char* report = nullptr;   // expected <report>.out when another case's report is the same
+  const char* results = nullptr;  // summarize_results_file() of "results.jsonl"
 };
 
-// Names the case in test listings instead of dumping its bytes.
 void PrintTo(const GoldenCase& c, std::ostream* os) { *os << c.name; }
 
-std::string golden_path(const std::string& file) {
-  return std::string(BFTDTEST_SOURCE_DIR) + "/run/testdata/golden/" + file;
+std::string read_bytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
 }
 
-std::vector<std::string> split_lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  std::string line;
-  while (std::getline(in, line)) lines.push_back(line);
-  return lines;
+std::string mask_run_figures(const std::string& report) {
+  static const std::regex date(R"(\b\d\d/\d\d/\d\d\b)");
+  static const std::regex time(R"(\b\d\d:\d\d:\d\d [ap]m\b)");
+  static const std::regex seconds(R"(\b\d+\.\d\d SEC\b)");
+  static const std::regex rate(R"(\b\d+ KB/SEC\b)");
+  std::string text = std::regex_replace(report, date, "MM/DD/YY");
+  text = std::regex_replace(text, time, "hh:mm:ss am");
+  text = std::regex_replace(text, seconds, "#.## SEC");
+  return std::regex_replace(text, rate, "# KB/SEC");
 }
 
 // Compares line by line and names the first line that differs.
-void expect_same_lines(const std::string& expected_file, const std::string& actual) {
-  const std::string expected = read_file_bytes(golden_path(expected_file));
-  ASSERT_NE("<missing>", expected) << expected_file;
-  const std::vector<std::string> want = split_lines(expected);
-  const std::vector<std::string> got = split_lines(actual);
-  for (size_t i = 0; i < want.size() && i < got.size(); ++i) {
-    ASSERT_EQ(want[i], got[i]) << expected_file << " line " << i + 1;
+void expect_same_lines(const std::string& what, const std::string& want, const std::string& got) {
+  std::istringstream want_lines(want), got_lines(got);
+  std::string w, g;
+  for (int line = 1; std::getline(want_lines, w); ++line) {
+    ASSERT_TRUE(std::getline(got_lines, g)) << what << ": ends before line " << line;
+    ASSERT_EQ(w, g) << what << " line " << line;
   }
-  ASSERT_EQ(want.size(), got.size()) << expected_file << ": number of lines";
-  EXPECT_EQ(expected, actual) << expected_file << ": line ends";
+  ASSERT_FALSE(std::getline(got_lines, g)) << what << ": more lines than expected";
+  EXPECT_EQ(want, got) << what << ": line ends";
 }
 
-// Runs the program in `directory`; returns its exit code (-1 when it could
-// not be run or read).
-int run_program_in(const fs::path& directory, const std::string& arguments) {
-  const std::string command = "cd '" + directory.string() + "' && '" + BFTDTEST_EXE + "' " + arguments +
-                              " >screen.txt 2>errors.txt; echo $? >exit_code.txt";
-  if (std::system(command.c_str()) != 0) return -1;
-  std::ifstream in(directory / "exit_code.txt");
-  int code = -1;
-  in >> code;
-  return code;
+std::string run_file_for(const std::string& what) {
+  if (what == "out") return "bftdtest.out";
+  if (what == "cdb") return "bftdtest.cdb";
+  if (what == "screen") return "screen.txt";
+  if (what == "err") return "errors.txt";
+  return what;
 }
 
 void run_golden_case(const GoldenCase& c) {
-  SCOPED_TRACE(c.name);
-  // The pid keeps two suites running at once on one machine out of each other's way.
-  const fs::path directory = fs::path(::testing::TempDir()) /
-                             ("golden_" + std::to_string(getpid()) + "_" + c.name);
+  const fs::path golden = fs::path(BFTDTEST_SOURCE_DIR) / "run/testdata/golden";
+  const fs::path directory = fs::path(BFTDTEST_BINARY_DIR) / "golden_runs" / c.name;
   fs::remove_all(directory);
   fs::create_directories(directory);
+  const fs::path inputs = fs::path(BFTDTEST_SOURCE_DIR) / "run/testdata/inputs";
+  for (const auto& input : fs::directory_iterator(inputs)) {
+    if (input.is_regular_file()) fs::copy_file(input.path(), directory / input.path().filename());
+  }
+  if (fs::is_directory(inputs / c.name)) fs::copy(inputs / c.name, directory, fs::copy_options::recursive);
   if (c.drive_description != nullptr) std::ofstream(directory / "drive.vtape") << c.drive_description;
-  if (c.with_dsc_file) {
-    ASSERT_TRUE(fs::exists(fs::path(BFTDTEST_SOURCE_DIR) / "bftdtest.dsc"));
-    fs::copy_file(fs::path(BFTDTEST_SOURCE_DIR) / "bftdtest.dsc", directory / "bftdtest.dsc");
+  if (c.with_dsc_file) fs::copy_file(fs::path(BFTDTEST_SOURCE_DIR) / "bftdtest.dsc", directory / "bftdtest.dsc");
+
+  // A run that hangs is ended after two minutes (exit code 124 or 137).
+  const std::string command = "cd '" + directory.string() + "' && timeout -k 5 120 '" + BFTDTEST_EXE + "' " +
+                              c.arguments + " >screen.txt 2>errors.txt </dev/null; echo $? >exit_code.txt";
+  ASSERT_EQ(0, std::system(command.c_str()));
+  EXPECT_EQ(std::to_string(c.exit_code) + "\n", read_bytes(directory / "exit_code.txt"))
+      << read_bytes(directory / "errors.txt");
+
+  int compared = 0;
+  for (const auto& expected : fs::directory_iterator(golden)) {
+    const std::string file = expected.path().filename().string();
+    const std::string prefix = std::string(c.name) + ".";
+    if (file.rfind(prefix, 0) != 0) continue;
+    const fs::path actual = directory / run_file_for(file.substr(prefix.size()));
+    EXPECT_TRUE(fs::exists(actual)) << actual;
+    expect_same_lines(file, read_bytes(expected.path()), mask_run_figures(read_bytes(actual)));
+    ++compared;
   }
-  const int exit_code = run_program_in(directory, c.arguments);
-  const std::string errors = read_file_bytes((directory / "errors.txt").string());
-  ASSERT_EQ(c.exit_code, exit_code) << errors;
-  expect_same_lines(std::string(c.report != nullptr ? c.report : c.name) + ".out",
-                    mask_report(read_file_bytes((directory / "bftdtest.out").string())));
+  if (c.report != nullptr) {
+    const std::string file = std::string(c.report) + ".out";
+    expect_same_lines(file, read_bytes(golden / file), mask_run_figures(read_bytes(directory / "bftdtest.out")));
+    ++compared;
+  }
   if (c.results != nullptr) {
-    EXPECT_EQ(c.results, summarize_results_file(read_file_bytes((directory / "results.jsonl").string())));
+    EXPECT_EQ(c.results, summarize_results_file(read_bytes(directory / "results.jsonl")));
+    ++compared;
   }
-  if (std::string(c.arguments).find("/cfile bftdtest.cdb") != std::string::npos) {
-    expect_same_lines(std::string(c.name) + ".cdb", read_file_bytes((directory / "bftdtest.cdb").string()));
+  EXPECT_GT(compared, 0) << "no expected files " << c.name << ".* in " << golden;
+  if (c.report == nullptr && !fs::exists(golden / (std::string(c.name) + ".out"))) {
+    EXPECT_FALSE(fs::exists(directory / "bftdtest.out")) << "the run wrote an output file";
   }
-  if (!::testing::Test::HasFailure()) fs::remove_all(directory);  // kept for a look after a failure
+  if (::testing::Test::HasFailure()) {
+    ADD_FAILURE() << "the run's files are kept in " << directory;
+  } else {
+    fs::remove_all(directory);
+  }
 }
 
-TEST(GoldenMasking, MasksOnlyDatesTimesAndRates) {
-  EXPECT_EQ("write test interval 1 of 1 (MM/DD/YY hh:mm:ss am)\r\n",
-            mask_report("write test interval 1 of 1 (11/23/26 09:05:59 pm)\r\n"));
-  EXPECT_EQ("  total time taken for write test ............ #.## SEC\r\n"
-            "  write transfer rate ........................ # KB/SEC\r\n",
-            mask_report("  total time taken for write test ............ 12.34 SEC\r\n"
-                        "  write transfer rate ........................ 123456 KB/SEC\r\n"));
-  EXPECT_EQ("writing 128.000 MB of test data\r\n", mask_report("writing 128.000 MB of test data\r\n"));
-}
+const char kCapacityEom[] = "capacity_mb = 8\nearly_warning_mb = 2\ncompression = off\n";
 
 // Each case's drive description and options; the expected files were checked
 // line by line against the program's messages.
@@ -122,8 +144,7 @@ const GoldenCase kGoldenCases[] = {
     {"dsc_rwr_verdict", "/dsc VIRTUAL-TAPE /loop 2 /megs 3 /vtape drive.vtape",
      "rewrite_percent = 1\ncorrected_percent = 2\n", true, 0},
     // Early warning at 6 MB: EOM on the 96th Write, blank check on the 97th Read.
-    {"eom_blank_check", "/megs 16 /sdint 4 /cfile bftdtest.cdb /vtape drive.vtape",
-     "capacity_mb = 8\nearly_warning_mb = 2\ncompression = off\n", false, 0},
+    {"eom_blank_check", "/megs 16 /sdint 4 /cfile bftdtest.cdb /vtape drive.vtape", kCapacityEom, false, 0},
     {"write_failure", "/megs 2 /cfile bftdtest.cdb /vtape drive.vtape", "fail_write_at = 20\n", false, 1},
     {"read_failure", "/megs 2 /cfile bftdtest.cdb /vtape drive.vtape", "fail_read_at = 30\n", false, 1},
     {"filemark_on_read", "/megs 2 /cfile bftdtest.cdb /vtape drive.vtape", "filemark_at_read = 10\n", false, 1},
@@ -188,13 +209,110 @@ const GoldenCase kGoldenCases[] = {
     {"health_json", "/health /megs 1 /json results.jsonl /vtape drive.vtape",
      "max_transfer = 0x8000\ntapealert = 4\nlog_page_failing = 17h\n", false, 1, "health_preflight",
      "run:VT00000001 health0:fits=0x8000:4:failed=23 write:error health1:4:failed=23 result:failed:1:write failure"},
+    // The help screen, under every spelling; with options before it, the
+    // settings they made.
+    {"help", "'/?'", nullptr, false, 0},
+    {"help_long", "--help", nullptr, false, 0},
+    {"help_h", "-h", nullptr, false, 0},
+    {"help_dash_q", "'-?'", nullptr, false, 0},
+    {"help_slash_h", "/h", nullptr, false, 0},
+    {"help_with_settings", "/loop 9 /tid 6 /den 0x25 /hanum 1 /bus 2 /lun 4 /lbsize ms /lbsize 1000 /sdint 3 "
+     "/maxtl 0x8000 /ofile run.out /megs 5 /h", nullptr, false, 0},
+    {"option_unknown", "/bogus", nullptr, false, 1},
+    {"option_without_value", "/uld /loop", nullptr, false, 1},
+    {"option_value_like_option", "/ofile /uld /h", nullptr, false, 0},
+    {"option_bad_ids", "/tid 16 /vtape", nullptr, false, 1},
+    {"option_bad_lun", "/lun 8 /vtape", nullptr, false, 1},
+    // Configuration files: where /cfg stands, nesting, the name cut to twelve
+    // characters, lines read in pieces of 258 characters, errors inside.
+    {"cfg_missing", "/cfg missing.cfg", nullptr, false, 1},
+    {"cfg_where_it_stands", "/loop 9 /tid 6 /cfg run.cfg /megs 5 /h", nullptr, false, 0},
+    {"cfg_nested", "/cfg outer.cfg /h", nullptr, false, 0},
+    {"cfg_two", "/cfg outer.cfg /cfg inner.cfg /h", nullptr, false, 0},
+    {"cfg_name_cut", "/cfg abcdefghijklmnopqrst", nullptr, false, 1},
+    {"cfg_name_cut_found", "/cfg abcdefghijklmnopqrst /h", nullptr, false, 0},
+    {"cfg_long_lines", "/cfg long.cfg /h", nullptr, false, 0},
+    {"cfg_split_value", "/cfg split.cfg", nullptr, false, 1},
+    {"cfg_long_tokens", "/cfg names.cfg /h", nullptr, false, 0},
+    {"cfg_bad_option", "/cfg bad.cfg /tid 7", nullptr, false, 1},
+    {"cfg_last_without_value", "/cfg last.cfg /megs 3", nullptr, false, 1},
+    {"cfg_zero_then_line", "/cfg zero.cfg /maxtl 0x400 /h", nullptr, false, 0},
+    {"cfg_help_inside", "/cfg help.cfg /uld", nullptr, false, 0},
+    // Files that cannot be opened, read or written: directories stand where
+    // files are expected, which stops root as well as anyone else.
+    {"ofile_missing_folder", "/ofile missing/run.out /vtape", nullptr, false, 1},
+    {"ofile_directory", "/ofile . /vtape", nullptr, false, 1},
+    {"cfile_missing_folder", "/cfile missing/run.cdb /vtape", nullptr, false, 1},
+    {"ofile_and_cfile_unopenable", "/ofile missing/run.out /cfile . /vtape", nullptr, false, 1},
+    {"ofile_unopenable_cfile_fine", "/ofile . /cfile run.cdb /vtape", nullptr, false, 1},
+    {"json_unopenable", "/json . /vtape", nullptr, false, 1},
+    {"ofile_full_disk", "/ofile /dev/full /megs 1 /vtape", nullptr, false, 1},
+    {"dfile_missing", "/dfile missing.bin /megs 1 /cfile bftdtest.cdb /vtape", nullptr, false, 1},
+    {"dfile_directory", "/dfile . /megs 1 /cfile bftdtest.cdb /vtape", nullptr, false, 1},
+    {"dfile_empty", "/dfile empty.bin /megs 1 /cfile bftdtest.cdb /vtape", nullptr, false, 0},
+    {"dfile_pattern", "/dfile pattern.bin /megs 1 /lbsize 0x1000 /vtape", nullptr, false, 0},
+    {"dsc_missing", "/dsc VT", nullptr, false, 1},
+    {"dsc_directory", "/dsc VT", nullptr, false, 1},
+    {"dsc_unknown_label", "/dsc NO-SUCH-DRIVE /vtape", nullptr, true, 1},
+    {"megs_beyond_commands", "/megs 0xFFFFFFFF /cfile bftdtest.cdb /vtape", nullptr, false, 1},
+    {"maxtl_beyond_command", "/maxtl 0xFFFFFFFF /lbsize 0 /cfile bftdtest.cdb /vtape", nullptr, false, 1},
+    // A number after "ms" sets the size and leaves the Mode Sense flag.
+    {"lbsize_ms_then_number", "/lbsize ms /lbsize 1000 /megs 1 /cfile bftdtest.cdb /vtape", nullptr, false, 0},
+    // LUN bits and variable blocks in every CDB.
+    {"cdb_lun_3_variable", "/lun 3 /lbsize 0 /megs 1 /uld /cfile bftdtest.cdb /vtape", nullptr, false, 0},
+    // Drives that cannot be tested, found at setup.
+    {"setup_disk", "/vtape drive.vtape", "device_type = 0\n", false, 1},
+    {"setup_lun_unsupported", "/lun 1 /vtape drive.vtape", "lun_supported = no\n", false, 1},
+    {"setup_held", "/cfile bftdtest.cdb /vtape drive.vtape", "held = yes\n", false, 1},
+    {"setup_claimed", "/vtape drive.vtape", "claimed_without_tape_device = yes\n", false, 1},
+    {"setup_no_medium", "/cfile bftdtest.cdb /vtape drive.vtape", "medium = none\n", false, 1},
+    {"setup_bad_description", "/vtape drive.vtape", "capacity_mb = 8\nfail_write_at = 1x\n", false, 1},
+    {"setup_identity", "/megs 1 /vtape drive.vtape", "vendor = AB\nproduct = 1234567890ABCDEF\nrevision = R\n",
+     false, 0},
+    // CTRL-C while a command hangs: in the write loop, the read/compare
+    // loop, a drive status collection and the ready wait after a reload.
+    {"break_in_write", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "break_at_command = 20\n", false,
+     1},
+    {"break_in_read", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "break_at_command = 50\n", false,
+     1},
+    {"break_in_write_json", "/megs 2 /sdint 1 /json results.jsonl /vtape drive.vtape", "break_at_command = 22\n",
+     false, 1, nullptr, "run:VT00000001 result:interrupted:1:interrupted by CTRL-C"},
+    {"break_in_dsc", "/megs 1 /dsc VIRTUAL-TAPE /cfile bftdtest.cdb /vtape drive.vtape",
+     "break_at_command = 10\n", true, 1},
+    {"break_in_ready_wait", "/megs 1 /uld /cfile bftdtest.cdb /vtape drive.vtape",
+     "not_ready_polls = 3\nprevent_allow = unsupported\nbreak_at_command = 47\n", false, 1},
+    // Every fault of the virtual drive at the first, a middle and the last
+    // command of its test (2 MB in two intervals: commands 1 to 32, 17 opens
+    // the second interval), some with drive status collection.
+    {"fault_fail_write_1", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "fail_write_at = 1\n", false, 1},
+    {"fault_fail_write_17", "/megs 2 /sdint 1 /dsc VIRTUAL-TAPE /cfile bftdtest.cdb /vtape drive.vtape", "fail_write_at = 17\n", true, 1},
+    {"fault_fail_write_32", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "fail_write_at = 32\n", false, 1},
+    {"fault_fail_read_1", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "fail_read_at = 1\n", false, 1},
+    {"fault_fail_read_17", "/megs 2 /sdint 1 /dsc VIRTUAL-TAPE /cfile bftdtest.cdb /vtape drive.vtape", "fail_read_at = 17\n", true, 1},
+    {"fault_fail_read_32", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "fail_read_at = 32\n", false, 1},
+    {"fault_filemark_1", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "filemark_at_read = 1\n", false, 1},
+    {"fault_filemark_17", "/megs 2 /sdint 1 /dsc VIRTUAL-TAPE /cfile bftdtest.cdb /vtape drive.vtape", "filemark_at_read = 17\n", true, 1},
+    {"fault_filemark_32", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "filemark_at_read = 32\n", false, 1},
+    {"fault_corrupt_1", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "corrupt_read_at = 1:100\n", false, 1},
+    {"fault_corrupt_17", "/megs 2 /sdint 1 /dsc VIRTUAL-TAPE /cfile bftdtest.cdb /vtape drive.vtape", "corrupt_read_at = 17:100\n", true, 1},
+    {"fault_corrupt_32", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape", "corrupt_read_at = 32:100\n", false, 1},
+    // Three 1 MB writes on a tape whose early-warning zone starts at 1, 2 or 3 MB.
+    {"fault_eom_1", "/megs 3 /maxtl 0x100000 /cfile bftdtest.cdb /vtape drive.vtape", "capacity_mb = 3\nearly_warning_mb = 2\ncompression = off\n", false, 0},
+    {"fault_eom_2", "/megs 3 /maxtl 0x100000 /cfile bftdtest.cdb /vtape drive.vtape", "capacity_mb = 4\nearly_warning_mb = 2\ncompression = off\n", false, 0},
+    {"fault_eom_3", "/megs 3 /maxtl 0x100000 /cfile bftdtest.cdb /vtape drive.vtape", "capacity_mb = 5\nearly_warning_mb = 2\ncompression = off\n", false, 0},
+    {"fault_load_unsupported", "/megs 1 /uld /cfile bftdtest.cdb /vtape drive.vtape", "load_unload = unsupported\n",
+     false, 0},
+    {"fault_unload_refused", "/megs 1 /uld /cfile bftdtest.cdb /vtape drive.vtape", "unload_when_prevented = refuse\n",
+     false, 1},
+    {"fault_error_rates", "/megs 2 /sdint 1 /dsc VIRTUAL-TAPE /cfile bftdtest.cdb /vtape drive.vtape",
+     "rewrite_percent = 5\ncorrected_percent = 2\n", true, 0},
 };
 
 class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};
 
-TEST_P(GoldenRun, OutputAndCdbListMatchTheExpectedFiles) { run_golden_case(GetParam()); }
+TEST_P(GoldenRun, LeavesTheExpectedFiles) { run_golden_case(GetParam()); }
 
-INSTANTIATE_TEST_SUITE_P(VirtualDrive, GoldenRun, ::testing::ValuesIn(kGoldenCases),
+INSTANTIATE_TEST_SUITE_P(Program, GoldenRun, ::testing::ValuesIn(kGoldenCases),
                          [](const ::testing::TestParamInfo<GoldenCase>& run) { return std::string(run.param.name); });
 
 }  // namespace

@@ -131,8 +131,7 @@ int apply_block_size(OptionCall& call) {
   if (std::strcmp(value, "ms") == 0) {
     test_settings.block_size_from_mode_sense = 1;
   } else {
-    // A later block size overrides an earlier "ms", as later options do.
-    test_settings.block_size_from_mode_sense = 0;
+    // Only "ms" touches the Mode Sense flag: a number sets the size alone.
     test_settings.logical_block_size = option_number(value);
   }
   return 0;

@@ -1,6 +1,6 @@
 // Without LZ4 the drive estimates the compressed size: the smaller of a
 // run-length coding and the order-0 entropy of the bytes. Null data comes
-// out tiny and pseudo-random data at full size, like a real compressor.
+// out small and pseudo-random data at full size, like a real compressor.
 #include <cmath>
 #include <cstddef>
 
@@ -22,6 +22,9 @@ uint32_t compressed_size(const uint8_t* data, uint32_t length) {
   }
   uint64_t entropy_coded = static_cast<uint64_t>(bits / 8.0) + 16;
   uint64_t size = run_coded < entropy_coded ? run_coded : entropy_coded;
+  // No drive compresses better than about 256 to 1 (LZ4 reaches that on null
+  // data): a smaller estimate would report ratios no drive shows.
+  if (size < (length + 255) / 256) size = (length + 255) / 256;
   // A record that would hardly shrink is stored as it is, as drives do.
   if (size + length / 64 >= length) return length;
   return static_cast<uint32_t>(size);

@@ -325,6 +325,8 @@ int apply_key(const LineContext& at, const char* v, VtapeDescription* d) {
   if (std::strcmp(k, "max_transfer") == 0) return number32(at, v, 0, 0xFFFFFFFF, &d->max_transfer);
   if (std::strcmp(k, "log_page_missing") == 0) return number_set(at, v, 0, 63, d->log_page_missing);
   if (std::strcmp(k, "log_page_failing") == 0) return number_set(at, v, 0, 63, d->log_page_failing);
+  if (std::strcmp(k, "break_at_command") == 0)
+    return number_in(at, v, 0, UINT64_MAX, &d->break_at_command);
   error_printf("ERROR: virtual tape description \"%s\" line %u: unknown key \"%s\"\n", at.path,
                at.line, k);
   return -1;

@@ -39,6 +39,7 @@ struct VtapeDescription {
   bool prevent_allow_supported;
   bool unload_refused_while_prevented;  // else unload and hold the cartridge
   bool mode_select_pf_required;         // Mode Select with PF clear is INVALID FIELD IN CDB
+  uint64_t break_at_command;  // 0: never; else CTRL-C arrives during the Nth command
   // Recovered-error rates in hundredths of a percent (2.5 % is 250).
   uint32_t rewrite_percent;
   uint32_t corrected_percent;

@@ -41,6 +41,7 @@ void power_on_drive(VirtualDrive* drive, const VtapeDescription& description) {
   start_counters(drive);
   drive->write_commands = 0;
   drive->read_commands = 0;
+  drive->commands = 0;
   drive->modified = false;
   drive->throttle_start = std::chrono::steady_clock::now();
   drive->throttle_bytes = 0;

@@ -41,6 +41,7 @@ struct VirtualDrive {
   uint64_t loads;            // cartridge threads since power-on (page 17h)
   uint64_t write_commands;  // Write(6) and Read(6) commands of the run (for the faults)
   uint64_t read_commands;
+  uint64_t commands;  // every command of the run (for the break fault)
   bool modified;  // the cartridge changed since it was loaded or saved
   // Throttle: tape bytes moved since `throttle_start`.
   std::chrono::steady_clock::time_point throttle_start;

@@ -91,6 +91,13 @@ void pass_through(PlatformHandle device, const PassThroughRequest& request,
     reply.error = kErrorInvalidParameter;  // refused by the adapter, never sent to the drive
     return;
   }
+  if (++drive.commands == drive.description.break_at_command) {
+    // The operator presses CTRL-C (twice) while this command hangs; the
+    // program's handler ends the process before the command would go on.
+    os_send_break();
+    os_send_break();
+    for (int waited = 0; waited < 600; ++waited) os_sleep_ms(100);
+  }
   CommandAnswer answer;
   if (request.lun != test_settings.lun || !drive.description.lun_supported) {
     answer_missing_unit(request, &answer);
