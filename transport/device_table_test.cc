@@ -57,8 +57,8 @@ int query_tape_address(PlatformHandle tape, ScsiAddress* address) {
 void pass_through(PlatformHandle, const PassThroughRequest&, PassThroughReply& reply) { reply = {}; }
 void close_device(PlatformHandle device) { closes.push_back(std::to_string(device)); }
 
-const Platform kScripted = {"scripted", open_device, query_adapter, query_tape_address, pass_through, close_device,
-                            nullptr};
+const Platform kScripted = {"scripted",   open_device, query_adapter, query_tape_address, pass_through,
+                            close_device, nullptr,     nullptr,       nullptr};
 
 class DeviceTable : public ::testing::Test {
  protected:
