@@ -22,9 +22,12 @@ uint32_t compressed_size(const uint8_t* data, uint32_t length) {
   }
   uint64_t entropy_coded = static_cast<uint64_t>(bits / 8.0) + 16;
   uint64_t size = run_coded < entropy_coded ? run_coded : entropy_coded;
-  // No drive compresses better than about 256 to 1 (LZ4 reaches that on null
-  // data): a smaller estimate would report ratios no drive shows.
-  if (size < (length + 255) / 256) size = (length + 255) / 256;
+  // Nothing compresses better than a run of one byte value, and drives reach
+  // about 255 to 1 on it, as LZ4 does: never estimate below LZ4's size for
+  // such a run (a literal, one match of 255 bytes per length byte, and the
+  // five closing literals), so both compressors report the same figures.
+  const uint64_t run_floor = length < 13 ? length + 1 : length < 25 ? 10 : 11 + (length - 25) / 255;
+  if (size < run_floor) size = run_floor;
   // A record that would hardly shrink is stored as it is, as drives do.
   if (size + length / 64 >= length) return length;
   return static_cast<uint32_t>(size);
