@@ -267,6 +267,8 @@ const GoldenCase kGoldenCases[] = {
     {"setup_claimed", "/vtape drive.vtape", "claimed_without_tape_device = yes\n", false, 1},
     {"setup_no_medium", "/cfile bftdtest.cdb /vtape drive.vtape", "medium = none\n", false, 1},
     {"setup_bad_description", "/vtape drive.vtape", "capacity_mb = 8\nfail_write_at = 1x\n", false, 1},
+    {"setup_bad_percentage", "/vtape drive.vtape", "rewrite_percent = 100.01\n", false, 1},
+    {"setup_bad_tapealert", "/vtape drive.vtape", "tapealert_at_write = 3:65\n", false, 1},
     {"setup_identity", "/megs 1 /vtape drive.vtape", "vendor = AB\nproduct = 1234567890ABCDEF\nrevision = R\n",
      false, 0},
     // CTRL-C while a command hangs: in the write loop, the read/compare
