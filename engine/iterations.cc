@@ -6,6 +6,7 @@
 #include "drive_status/drive_health.h"
 #include "drive_status/dsc_config.h"
 #include "drive_status/preflight.h"
+#include "engine/command_timing.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
 #include "results/results_file.h"
@@ -50,7 +51,7 @@ const TestKind kReadTest = {
     "read/compare transfer rate .................",
 };
 
-uint32_t current_iteration = 0;  // for the results file
+uint32_t current_iteration = 0;  // for the results file and the command timing
 
 bool selected(int keyword) { return dsc_entries[keyword].selected != 0; }
 
@@ -117,10 +118,12 @@ int run_interval(const TestKind& test, uint32_t number, uint8_t* end_of_medium) 
 
   uint32_t commands = test_plan.commands_per_interval;
   double elapsed = 0.0;
+  open_timed_interval(static_cast<uint8_t>(test.kind), current_iteration, number);
   int result = test.kind == 0
                    ? run_write_loop(test_plan.blocks_per_command, &commands, &elapsed, end_of_medium)
                    : run_read_compare_loop(test_plan.blocks_per_command, &commands, data_buffer_1,
                                            &elapsed, end_of_medium);
+  close_timed_interval();
   if (result != 0) {
     const IntervalEnd end = last_loop_end.miscompare ? IntervalEnd::miscompare : IntervalEnd::error;
     commands = last_loop_end.miscompare ? last_loop_end.command : last_loop_end.completed;

@@ -121,7 +121,7 @@ TEST(Break, InTheWriteLoop) {
 TEST(Break, InTheReadCompareLoop) {
   WorkDirectory directory;
   write_text_file("drive.txt", kSlowDrive);
-  TerminalChild child(with_report_files({"/vtape", "drive.txt", "/drand", "/megs", "8"}, true));
+  TerminalChild child(with_report_files({"/vtape", "drive.txt", "/drand", "/megs", "8", "/plot", "c.svg"}, true));
   ASSERT_TRUE(child.started());
   ASSERT_TRUE(child.wait_for_screen("read/compare test interval 1 of 1", kReachPhaseMs))
       << child.screen();
@@ -133,6 +133,11 @@ TEST(Break, InTheReadCompareLoop) {
   EXPECT_EQ(kRead6, cdbs.back()[0]);
   EXPECT_EQ(128u, count_opcode(cdbs, kWrite6));
   EXPECT_LT(count_opcode(cdbs, kRead6), 128u);
+  // The chart holds the write interval and the read interval cut short.
+  const std::string chart = read_file_bytes("c.svg");
+  EXPECT_NE(std::string::npos, chart.find("streaming: 2 intervals")) << chart;
+  EXPECT_NE(std::string::npos, chart.find("stopped by CTRL-C</text>")) << chart;
+  EXPECT_TRUE(chart.ends_with("</svg>\n"));
 }
 
 // The virtual drive saves its cartridge when the program closes it, unless a

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "run/streaming_chart.h"
 #include "testing/output_capture.h"
 #include "testing/report_masking.h"
 #include "testing/results_file_testing.h"
@@ -32,6 +33,7 @@ struct GoldenCase {
   int exit_code;
   const char* report = nullptr;  // expected <report>.out when another case's report is the same
   const char* results = nullptr; // summarize_results_file() of "results.jsonl"
+  int chart_stalls = -1;         // with `/plot chart.svg`: the stall marks the chart must hold
 };
 
 // Names the case in test listings instead of dumping its bytes.
@@ -74,6 +76,26 @@ int run_program_in(const fs::path& directory, const std::string& arguments) {
   return code;
 }
 
+// The chart parses as XML, holds `stalls` stall marks, and a real SVG
+// renderer turns it into a PNG of the stated size.
+void expect_chart(const fs::path& directory, int stalls) {
+  const std::string svg = read_file_bytes((directory / "chart.svg").string());
+  size_t marks = 0;
+  for (size_t at = svg.find("class='stall'"); at != std::string::npos; at = svg.find("class='stall'", at + 1)) ++marks;
+  EXPECT_EQ(static_cast<size_t>(stalls), marks);
+  const std::string command = "cd '" + directory.string() + "' && xmllint --noout chart.svg && " +
+                              "rsvg-convert chart.svg -o chart.png";
+  ASSERT_EQ(0, std::system(command.c_str()));
+  const std::string png = read_file_bytes((directory / "chart.png").string());
+  ASSERT_GE(png.size(), 24u);
+  auto be32 = [&](size_t at) {
+    return (static_cast<uint8_t>(png[at]) << 24) | (static_cast<uint8_t>(png[at + 1]) << 16) |
+           (static_cast<uint8_t>(png[at + 2]) << 8) | static_cast<uint8_t>(png[at + 3]);
+  };
+  EXPECT_EQ(kChartWidth, be32(16));  // IHDR width and height
+  EXPECT_EQ(kChartHeight, be32(20));
+}
+
 void run_golden_case(const GoldenCase& c) {
   SCOPED_TRACE(c.name);
   // The pid keeps two suites running at once on one machine out of each other's way.
@@ -97,6 +119,7 @@ void run_golden_case(const GoldenCase& c) {
   if (std::string(c.arguments).find("/cfile bftdtest.cdb") != std::string::npos) {
     expect_same_lines(std::string(c.name) + ".cdb", read_file_bytes((directory / "bftdtest.cdb").string()));
   }
+  if (c.chart_stalls >= 0) expect_chart(directory, c.chart_stalls);
   if (!::testing::Test::HasFailure()) fs::remove_all(directory);  // kept for a look after a failure
 }
 
@@ -188,6 +211,12 @@ const GoldenCase kGoldenCases[] = {
     {"health_json", "/health /megs 1 /json results.jsonl /vtape drive.vtape",
      "max_transfer = 0x8000\ntapealert = 4\nlog_page_failing = 17h\n", false, 1, "health_preflight",
      "run:VT00000001 health0:fits=0x8000:4:failed=23 write:error health1:4:failed=23 result:failed:1:write failure"},
+    // 32 Writes and 32 Reads of about 16 ms each at 4 MB/s; every 10th takes
+    // 400 ms more: 6 stalls, far above 4x the median. The report is the
+    // classic one.
+    {"streaming_chart", "/megs 2 /plot chart.svg /vtape drive.vtape",
+     "rate_mb_s = 4\ncompression = off\nrate_jitter_percent = 20\nbackhitch_every = 10\nbackhitch_ms = 400\n",
+     false, 0, nullptr, nullptr, 6},
 };
 
 class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};

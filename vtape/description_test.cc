@@ -55,7 +55,10 @@ TEST(VtapeDescription, EveryKeyIsRead) {
       "prevent_allow = unsupported\n"
       "mode_select_pf = required\n"
       "rewrite_percent = 5\n"
-      "corrected_percent = 7.25\n");
+      "corrected_percent = 7.25\n"
+      "rate_jitter_percent = 25\n"
+      "backhitch_every = 1000\n"
+      "backhitch_ms = 250\n");
   ASSERT_EQ(0, r.result) << r.errors;
   const VtapeDescription& d = r.description;
   EXPECT_EQ(800000u, d.capacity_mb);
@@ -88,6 +91,9 @@ TEST(VtapeDescription, EveryKeyIsRead) {
   EXPECT_TRUE(d.mode_select_pf_required);
   EXPECT_EQ(500u, d.rewrite_percent);  // hundredths
   EXPECT_EQ(725u, d.corrected_percent);
+  EXPECT_EQ(25u, d.rate_jitter_percent);
+  EXPECT_EQ(1000u, d.backhitch_every);
+  EXPECT_EQ(250u, d.backhitch_ms);
   EXPECT_EQ("", r.errors);
 }
 
@@ -112,6 +118,9 @@ TEST(VtapeDescription, BadLinesNameTheFileTheLineAndTheKey) {
       {"tapealert_at_write = 3:65\n",
        " line 1: bad value \"3:65\" for key \"tapealert_at_write\" "
        "(expected N:flag with a flag from 1 to 64)\n"},
+      {"rate_jitter_percent = 91\n",
+       " line 1: bad value \"91\" for key \"rate_jitter_percent\" "
+       "(expected a number from 0 to 90)\n"},
       {"corrupt_read_at = 5\n",
        " line 1: bad value \"5\" for key \"corrupt_read_at\" "
        "(expected N:offset)\n"},
