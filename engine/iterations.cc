@@ -76,6 +76,29 @@ void add_drive_status_figures(const TestKind& test, IntervalRecord* record) {
   if (selected(kDscTkrc)) add("tracking_retries", low_bits(s.tkrc, 0xFF));
 }
 
+uint64_t timed_bytes_of_second(uint32_t first_second, uint32_t j) { return timed_second_bytes(first_second + j); }
+
+// The command timing's record of the interval just closed, for the results file.
+void add_timing_figures(const TestKind& test, uint32_t number, IntervalTimingFigures* f) {
+  const IntervalTiming* t = last_interval_timing();
+  if (t == nullptr || t->kind != test.kind || t->number != number || t->iteration != current_iteration) return;
+  f->timed = true;
+  f->min_ns = t->latency.min_ns;
+  f->median_ns = t->latency.median_ns;
+  f->p90_ns = t->latency.p90_ns;
+  f->p99_ns = t->latency.p99_ns;
+  f->max_ns = t->latency.max_ns;
+  f->stall_count = t->stalls.count;
+  f->stall_count_exact = t->stalls.exact;
+  for (uint32_t i = 0; i < t->stalls.listed && f->longest_count < kMaxIntervalStalls; ++i) {
+    f->longest[f->longest_count++] = {t->stalls.longest[i].command, t->stalls.longest[i].duration_ns};
+  }
+  f->second_bytes = timed_bytes_of_second;
+  f->first_second = t->first_second;
+  f->seconds = t->seconds;
+  f->seconds_complete = t->seconds_complete;
+}
+
 // The results file's record of one interval; nothing without `/json`.
 void record_interval(const TestKind& test, uint32_t number, uint32_t commands, double amount,
                      double elapsed, IntervalEnd end, bool with_drive_status) {
@@ -100,6 +123,7 @@ void record_interval(const TestKind& test, uint32_t number, uint32_t commands, d
     r.read_byte = last_loop_end.read;
   }
   if (with_drive_status) add_drive_status_figures(test, &r);
+  add_timing_figures(test, number, &r.timing);
   results_write_interval(r);
   results_note_totals(test_totals.bytes_written, test_totals.bytes_verified);
 }

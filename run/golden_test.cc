@@ -5,6 +5,7 @@
 // figures are masked to their shape. A run with `/json results.jsonl` also
 // has every line of its results file parsed and summed up.
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include <cstdio>
@@ -76,9 +77,27 @@ int run_program_in(const fs::path& directory, const std::string& arguments) {
   return code;
 }
 
+// The interval records of the results file count `stalls` in all, and the
+// bytes of their seconds add up to the bytes of the interval.
+void expect_timing_fields(const fs::path& directory, int stalls) {
+  std::istringstream lines(read_file_bytes((directory / "results.jsonl").string()));
+  int counted = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const nlohmann::json record = nlohmann::json::parse(line, nullptr, false);
+    if (record.value("record", "") != "interval") continue;
+    EXPECT_LE(record["latency"]["median_ms"].get<double>(), record["latency"]["p99_ms"].get<double>());
+    counted += record["stalls"]["count"].get<int>();
+    uint64_t bytes = 0;
+    for (const auto& second : record["per_second"]) bytes += second.get<uint64_t>();
+    EXPECT_EQ(record["actual_bytes"].get<uint64_t>(), bytes);
+  }
+  EXPECT_EQ(stalls, counted);
+}
+
 // The chart parses as XML, holds `stalls` stall marks, and a real SVG
 // renderer turns it into a PNG of the stated size.
 void expect_chart(const fs::path& directory, int stalls) {
+  expect_timing_fields(directory, stalls);
   const std::string svg = read_file_bytes((directory / "chart.svg").string());
   size_t marks = 0;
   for (size_t at = svg.find("class='stall'"); at != std::string::npos; at = svg.find("class='stall'", at + 1)) ++marks;
@@ -214,9 +233,9 @@ const GoldenCase kGoldenCases[] = {
     // 32 Writes and 32 Reads of about 16 ms each at 4 MB/s; every 10th takes
     // 400 ms more: 6 stalls, far above 4x the median. The report is the
     // classic one.
-    {"streaming_chart", "/megs 2 /plot chart.svg /vtape drive.vtape",
+    {"streaming_chart", "/megs 2 /plot chart.svg /json results.jsonl /vtape drive.vtape",
      "rate_mb_s = 4\ncompression = off\nrate_jitter_percent = 20\nbackhitch_every = 10\nbackhitch_ms = 400\n",
-     false, 0, nullptr, nullptr, 6},
+     false, 0, nullptr, "run:VT00000001 write:complete read_compare:complete iteration result:passed:0", 6},
 };
 
 class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};
