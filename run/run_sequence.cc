@@ -71,6 +71,10 @@ int open_report_files() {
   }
   if (test_settings.chart_enabled != 0) {
     chart_file = std::fopen(test_settings.chart_file_name, "wb");
+    // Its own buffer now, so that writing the chart from the CTRL-C thread
+    // does not make the stream allocate one.
+    static char chart_buffer[1 << 16];
+    if (chart_file != nullptr) std::setvbuf(chart_file, chart_buffer, _IOFBF, sizeof chart_buffer);
     if (chart_file == nullptr) {
       error_printf("ERROR: unable to open \"%s\" for the chart\n", test_settings.chart_file_name);
       failed = true;
