@@ -5,13 +5,16 @@
 //   WriteLoop    run_write_loop on the built-in virtual drive, throttle off;
 //   ReadCompare  run_read_compare_loop on the same drive;
 //   Command      execute_cdb -> platform -> virtual drive -> result for a
-//                zero-length Test Unit Ready.
+//                zero-length Test Unit Ready;
+//   TimingCost   each loop with the command timing of /plot and /json on
+//                and off, alternating batch by batch in one benchmark.
 // Every case counts the heap allocations of its timed commands. After the
 // usual Google Benchmark table a summary prints each loop as a ratio to the
 // bound of its transfer length, checks zero allocations per command, and
 // exits 1 when an allocation was seen.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -19,7 +22,10 @@
 #include <vector>
 
 #include "bench/alloc_counter.h"
+#include <time.h>
+
 #include "console/log_output.h"
+#include "engine/command_timing.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
 #include "run/run_sequence.h"
@@ -208,6 +214,70 @@ void BM_ReadCompareLoop(benchmark::State& state) {
       static_cast<double>(allocations) / static_cast<double>(commands_done);
 }
 
+double thread_cpu_seconds() {
+  timespec now;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// The loop of `kind` (0 write, 1 read/compare) with the command timing on and
+// off in turns, batch by batch, so that the neighbours' load hits both alike.
+// Counter `on_vs_off`: the speed with timing on as a fraction of the speed
+// without (CPU seconds of this thread).
+void BM_TimingCost(benchmark::State& state) {
+  const auto length = static_cast<uint32_t>(state.range(0));
+  const bool read = state.range(1) != 0;
+  if (prepare_program(length, kVariable, kRandom) != 0) return fail(state, "setup failed");
+  if (begin_command_timing(1, test_plan, length) != 0) return fail(state, "no memory for timing");
+  open_timed_interval(read ? 1 : 0, 1, 1);
+  const uint32_t batch = batch_commands(length);
+  const uint64_t readable = std::max<uint64_t>(kReadableBytes / length, 4ull * batch);
+  set_rw_buffer(data_buffer_1, length);
+  if (read) {
+    uint32_t written = static_cast<uint32_t>(readable);
+    double elapsed = 0;
+    uint8_t end_of_medium = 0;
+    if (run_write_loop(test_plan.blocks_per_command, &written, &elapsed, &end_of_medium) != 0)
+      return fail(state, "writing the data to read failed");
+    set_rw_buffer(data_buffer_2, length);
+  }
+  scsi_rewind(0);
+  if (!read && write_first_record() != 0) return fail(state, "first write failed");
+  uint64_t position = 0, allocations = 0, commands_done = 0;
+  double seconds[2] = {0, 0};  // timing off, on
+  for (auto _ : state) {
+    for (int turn = 0; turn < 2; ++turn) {
+      const int on = (turn + static_cast<int>(commands_done / batch / 2)) % 2;  // alternate who goes first
+      if (read ? position + batch > readable : virtual_drive().cartridge.tape_bytes > kRewindTapeBytes) {
+        scsi_rewind(0);
+        position = 0;
+        if (!read && write_first_record() != 0) return fail(state, "first write failed");
+      }
+      suspend_command_timing(on == 0);
+      uint32_t commands = batch;
+      double elapsed = 0;
+      uint8_t end_of_medium = 0;
+      const uint64_t before = allocation_count();
+      const double start = thread_cpu_seconds();
+      const int result =
+          read ? run_read_compare_loop(test_plan.blocks_per_command, &commands, data_buffer_1, &elapsed,
+                                       &end_of_medium)
+               : run_write_loop(test_plan.blocks_per_command, &commands, &elapsed, &end_of_medium);
+      seconds[on] += thread_cpu_seconds() - start;
+      allocations += allocation_count() - before;
+      if (result != 0 || end_of_medium != 0) return fail(state, "loop failed");
+      position += commands;
+      commands_done += commands;
+    }
+  }
+  close_timed_interval();
+  reset_command_timing();
+  state.SetBytesProcessed(static_cast<int64_t>(commands_done * length));
+  state.counters["on_vs_off"] = seconds[1] > 0 ? seconds[0] / seconds[1] : 0;
+  state.counters["allocs_per_cmd"] =
+      static_cast<double>(allocations) / static_cast<double>(commands_done);
+}
+
 // One zero-length command through the whole transport path.
 void BM_TestUnitReady(benchmark::State& state) {
   if (prepare_program(64 * kKiB, kVariable, kNull) != 0) return fail(state, "setup failed");
@@ -235,12 +305,17 @@ BENCHMARK(BM_BoundThreeBuffers)->Arg(64 * kKiB)->Arg(256 * kKiB)->Arg(1 * kMiB)-
 BENCHMARK(BM_WriteLoop)->Apply(transfer_arguments)->ArgNames({"len", "fixed", "random"});
 BENCHMARK(BM_ReadCompareLoop)->Apply(transfer_arguments)->ArgNames({"len", "fixed", "random"});
 BENCHMARK(BM_TestUnitReady);
+BENCHMARK(BM_TimingCost)
+    ->ArgsProduct({{64 * kKiB, 256 * kKiB, 1 * kMiB, 4 * kMiB}, {0, 1}})
+    ->ArgNames({"len", "read"})
+    ->MinTime(2.0);
 
 // Keeps what the summary needs from each reported run.
 struct Figure {
   double bytes_per_second = 0;
   double nanoseconds = 0;  // CPU time per iteration: the machine is shared
   double allocs_per_cmd = 0;
+  double on_vs_off = 0;
 };
 
 class SummaryReporter : public benchmark::ConsoleReporter {
@@ -255,6 +330,8 @@ class SummaryReporter : public benchmark::ConsoleReporter {
       if (bytes != run.counters.end()) f.bytes_per_second = bytes->second.value;
       auto allocs = run.counters.find("allocs_per_cmd");
       if (allocs != run.counters.end()) f.allocs_per_cmd = allocs->second.value;
+      auto timed = run.counters.find("on_vs_off");
+      if (timed != run.counters.end()) f.on_vs_off = timed->second.value;
       f.nanoseconds = run.GetAdjustedCPUTime() *
                       benchmark::GetTimeUnitMultiplier(benchmark::kNanosecond) /
                       benchmark::GetTimeUnitMultiplier(run.time_unit);
@@ -313,8 +390,21 @@ int print_summary(const std::map<std::string, Figure>& figures) {
       std::printf("  = %.4f of the bound's time for one 1 MiB transfer (%.0f ns)\n",
                   tur->second.nanoseconds / bound->second.nanoseconds, bound->second.nanoseconds);
   }
+  bool slow = false;
+  std::printf("\nCommand timing (/plot, /json): loop speed with timing on / off, alternating batches\n");
+  for (uint32_t length : {64 * kKiB, 256 * kKiB, 1 * kMiB, 4 * kMiB}) {
+    for (int read : {0, 1}) {
+      auto f = figures.find("BM_TimingCost/len:" + std::to_string(length) + "/read:" + std::to_string(read) +
+                            "/min_time:2.000");
+      if (f == figures.end()) continue;
+      if (f->second.on_vs_off < 0.97) slow = true;
+      if (f->second.allocs_per_cmd != 0) allocated = true;
+      std::printf("%5u KiB %-6s %7.3f%s  allocs %.3f\n", length / kKiB, read ? "read" : "write",
+                  f->second.on_vs_off, f->second.on_vs_off < 0.97 ? " (below 0.97)" : "", f->second.allocs_per_cmd);
+    }
+  }
   std::printf("allocations per command: %s\n", allocated ? "SOME (FAIL)" : "none");
-  return allocated ? 1 : 0;
+  return allocated || slow ? 1 : 0;
 }
 
 }  // namespace

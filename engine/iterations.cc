@@ -6,6 +6,7 @@
 #include "drive_status/drive_health.h"
 #include "drive_status/dsc_config.h"
 #include "drive_status/preflight.h"
+#include "engine/command_timing.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
 #include "results/results_file.h"
@@ -50,7 +51,7 @@ const TestKind kReadTest = {
     "read/compare transfer rate .................",
 };
 
-uint32_t current_iteration = 0;  // for the results file
+uint32_t current_iteration = 0;  // for the results file and the command timing
 
 bool selected(int keyword) { return dsc_entries[keyword].selected != 0; }
 
@@ -73,6 +74,29 @@ void add_drive_status_figures(const TestKind& test, IntervalRecord* record) {
   if (selected(kDscRpos)) add("block_position", low_bits(s.rpos, 0xFFFFFFFFu));
   if (selected(kDscRwrc)) add("read_write_retries", low_bits(s.rwrc, 0xFF));
   if (selected(kDscTkrc)) add("tracking_retries", low_bits(s.tkrc, 0xFF));
+}
+
+uint64_t timed_bytes_of_second(uint32_t first_second, uint32_t j) { return timed_second_bytes(first_second + j); }
+
+// The command timing's record of the interval just closed, for the results file.
+void add_timing_figures(const TestKind& test, uint32_t number, IntervalTimingFigures* f) {
+  const IntervalTiming* t = last_interval_timing();
+  if (t == nullptr || t->kind != test.kind || t->number != number || t->iteration != current_iteration) return;
+  f->timed = true;
+  f->min_ns = t->latency.min_ns;
+  f->median_ns = t->latency.median_ns;
+  f->p90_ns = t->latency.p90_ns;
+  f->p99_ns = t->latency.p99_ns;
+  f->max_ns = t->latency.max_ns;
+  f->stall_count = t->stalls.count;
+  f->stall_count_exact = t->stalls.exact;
+  for (uint32_t i = 0; i < t->stalls.listed && f->longest_count < kMaxIntervalStalls; ++i) {
+    f->longest[f->longest_count++] = {t->stalls.longest[i].command, t->stalls.longest[i].duration_ns};
+  }
+  f->second_bytes = timed_bytes_of_second;
+  f->first_second = t->first_second;
+  f->seconds = t->seconds;
+  f->seconds_complete = t->seconds_complete;
 }
 
 // The results file's record of one interval; nothing without `/json`.
@@ -99,6 +123,7 @@ void record_interval(const TestKind& test, uint32_t number, uint32_t commands, d
     r.read_byte = last_loop_end.read;
   }
   if (with_drive_status) add_drive_status_figures(test, &r);
+  add_timing_figures(test, number, &r.timing);
   results_write_interval(r);
   results_note_totals(test_totals.bytes_written, test_totals.bytes_verified);
 }
@@ -117,10 +142,12 @@ int run_interval(const TestKind& test, uint32_t number, uint8_t* end_of_medium) 
 
   uint32_t commands = test_plan.commands_per_interval;
   double elapsed = 0.0;
+  open_timed_interval(static_cast<uint8_t>(test.kind), current_iteration, number);
   int result = test.kind == 0
                    ? run_write_loop(test_plan.blocks_per_command, &commands, &elapsed, end_of_medium)
                    : run_read_compare_loop(test_plan.blocks_per_command, &commands, data_buffer_1,
                                            &elapsed, end_of_medium);
+  close_timed_interval();
   if (result != 0) {
     const IntervalEnd end = last_loop_end.miscompare ? IntervalEnd::miscompare : IntervalEnd::error;
     commands = last_loop_end.miscompare ? last_loop_end.command : last_loop_end.completed;

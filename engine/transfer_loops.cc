@@ -3,7 +3,9 @@
 #include <chrono>
 #include <cstring>
 
+#include "console/clock.h"
 #include "console/log_output.h"
+#include "engine/command_timing.h"
 #include "engine/sizing.h"
 #include "results/results_file.h"
 #include "settings/settings.h"
@@ -68,6 +70,21 @@ struct Progress {
   }
 };
 
+// The clock of the command timing: a reading of the fast counter just
+// before and just after each command, so a command's time is the drive's
+// and the transport's alone; `bytes` is 0 for a failed command. Without
+// timing every member is empty and the loop is the untimed one.
+template <bool kTimed>
+struct CommandClock {
+  uint64_t start = 0;
+  void command_start() {
+    if constexpr (kTimed) start = fast_ticks();
+  }
+  void command_done(uint32_t bytes) {
+    if constexpr (kTimed) time_command(start, fast_ticks(), bytes);
+  }
+};
+
 }  // namespace
 
 TestTotals test_totals;
@@ -104,22 +121,28 @@ uint32_t find_miscompare(const uint8_t* received, const uint8_t* expected, uint3
   return kNoMiscompare;
 }
 
-int run_write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed_seconds,
-                   uint8_t* end_of_medium) {
+namespace {
+
+template <bool kTimed>
+int write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed_seconds,
+               uint8_t* end_of_medium) {
   int result = 0;
   Progress progress{&test_totals.bytes_written};
   last_loop_end = LoopEnd{*commands, false, 0, 0, 0, 0};
+  CommandClock<kTimed> clock;
   const uint32_t bytes = test_settings.max_transfer_length;
   const unsigned id = test_settings.scsi_id;
   const unsigned lun = test_settings.lun;
   test_timer(0);
   for (uint32_t i = 0; i < *commands; ++i) {
+    clock.command_start();
     if (scsi_write(transfer_length) != 0) {
       last_loop_end.completed = i;
       result = -1;
       break;
     }
     if (command_failed()) {
+      clock.command_done(0);
       const uint8_t flags = sense_flags();
       if ((end_of_medium_flags & 1) && (flags & 0x0F) == kSenseKeyNoSense && (flags & kEomBit)) {
         report_printf("hit \"EOM\" writing data at SCSI id %X LUN %u (aborting all write testing)\r\n",
@@ -136,6 +159,7 @@ int run_write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed
       }
       break;
     }
+    clock.command_done(bytes);
     progress.advance(bytes);
   }
   *elapsed_seconds = test_timer(1);
@@ -143,22 +167,26 @@ int run_write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed
   return result;
 }
 
-int run_read_compare_loop(uint32_t transfer_length, uint32_t* commands, const uint8_t* reference,
-                          double* elapsed_seconds, uint8_t* end_of_medium) {
+template <bool kTimed>
+int read_compare_loop(uint32_t transfer_length, uint32_t* commands, const uint8_t* reference,
+                      double* elapsed_seconds, uint8_t* end_of_medium) {
   int result = 0;
   Progress progress{&test_totals.bytes_verified};
   last_loop_end = LoopEnd{*commands, false, 0, 0, 0, 0};
+  CommandClock<kTimed> clock;
   const uint32_t bytes = test_settings.max_transfer_length;
   const unsigned id = test_settings.scsi_id;
   const unsigned lun = test_settings.lun;
   test_timer(0);
   for (uint32_t i = 0; i < *commands; ++i) {
+    clock.command_start();
     if (scsi_read(transfer_length) != 0) {
       last_loop_end.completed = i;
       result = -1;
       break;
     }
     if (command_failed()) {
+      clock.command_done(0);
       if ((end_of_medium_flags & 1) && (sense_flags() & 0x0F) == kSenseKeyBlankCheck) {
         report_printf("hit \"blank check\" reading/comparing data at SCSI id %X LUN %u (aborting all\r\n"
                       "read testing)\r\n",
@@ -175,6 +203,7 @@ int run_read_compare_loop(uint32_t transfer_length, uint32_t* commands, const ui
       }
       break;
     }
+    clock.command_done(bytes);
     const uint32_t offset = find_miscompare(rw_buffer, reference, bytes);
     if (offset != kNoMiscompare) {
       report_printf("ERROR: data miscompare after read command %lu at offset 0x%lX\r\nfor SCSI id %X LUN %u\r\n",
@@ -189,4 +218,19 @@ int run_read_compare_loop(uint32_t transfer_length, uint32_t* commands, const ui
   *elapsed_seconds = test_timer(1);
   flush_report_streams();
   return result;
+}
+
+}  // namespace
+
+int run_write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed_seconds,
+                   uint8_t* end_of_medium) {
+  return command_timing_on() ? write_loop<true>(transfer_length, commands, elapsed_seconds, end_of_medium)
+                             : write_loop<false>(transfer_length, commands, elapsed_seconds, end_of_medium);
+}
+
+int run_read_compare_loop(uint32_t transfer_length, uint32_t* commands, const uint8_t* reference,
+                          double* elapsed_seconds, uint8_t* end_of_medium) {
+  return command_timing_on()
+             ? read_compare_loop<true>(transfer_length, commands, reference, elapsed_seconds, end_of_medium)
+             : read_compare_loop<false>(transfer_length, commands, reference, elapsed_seconds, end_of_medium);
 }

@@ -1,5 +1,5 @@
 // Operating-system services that the program needs apart from SCSI
-// pass-through: the output lock, the millisecond pause, the console cursor,
+// pass-through: the output lock, the millisecond pause, the monotonic clock, the console cursor,
 // the CTRL-C delivery and the immediate process exit. One implementation per
 // operating system (os_posix.cc, os_win32.cc), chosen by the build; no other
 // file of the program asks which system it runs on.
@@ -14,6 +14,16 @@ void os_init_console();
 
 // Pauses the calling thread for `milliseconds`.
 void os_sleep_ms(uint32_t milliseconds);
+
+// Nanoseconds on a clock that never steps (not the time of day); only
+// differences mean anything. Cheap enough to read around every command.
+uint64_t os_monotonic_ns();
+// A cheaper clock for timing every single command: the processor's
+// time-stamp counter where it ticks at a constant rate, else the monotonic
+// clock itself. Its rate is measured once against os_monotonic_ns (the first
+// call of os_fast_ticks_per_ns spins for about 20 ms).
+uint64_t os_fast_ticks();
+double os_fast_ticks_per_ns();
 
 // True when `stream` is an interactive terminal (console).
 bool os_stream_is_terminal(FILE* stream);

@@ -10,6 +10,12 @@
 
 #include <atomic>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#include <x86intrin.h>
+#define BFTDTEST_HAVE_TSC 1
+#endif
+
 namespace {
 
 pthread_mutex_t output_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -45,6 +51,49 @@ void os_sleep_ms(uint32_t milliseconds) {
   wait.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000L;
   while (nanosleep(&wait, &wait) != 0) {
   }
+}
+
+uint64_t os_monotonic_ns() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
+}
+
+namespace {
+
+// The time-stamp counter can time commands when it runs at one rate in
+// every power state (the "invariant TSC" bit, CPUID 80000007h EDX bit 8).
+bool invariant_tsc() {
+#ifdef BFTDTEST_HAVE_TSC
+  unsigned a = 0, b = 0, c = 0, d = 0;
+  if (__get_cpuid_max(0x80000000u, nullptr) < 0x80000007u) return false;
+  __get_cpuid(0x80000007u, &a, &b, &c, &d);
+  return (d & (1u << 8)) != 0;
+#else
+  return false;
+#endif
+}
+
+const bool use_tsc = invariant_tsc();
+
+}  // namespace
+
+uint64_t os_fast_ticks() {
+#ifdef BFTDTEST_HAVE_TSC
+  if (use_tsc) return __rdtsc();
+#endif
+  return os_monotonic_ns();
+}
+
+double os_fast_ticks_per_ns() {
+  static const double rate = [] {
+    if (!use_tsc) return 1.0;
+    const uint64_t ns0 = os_monotonic_ns(), ticks0 = os_fast_ticks();
+    uint64_t ns1 = ns0, ticks1 = ticks0;
+    while (ns1 - ns0 < 20000000) ns1 = os_monotonic_ns(), ticks1 = os_fast_ticks();
+    return static_cast<double>(ticks1 - ticks0) / static_cast<double>(ns1 - ns0);
+  }();
+  return rate;
 }
 
 bool os_stream_is_terminal(FILE* stream) {

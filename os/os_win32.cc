@@ -42,6 +42,23 @@ void os_init_console() {
 
 void os_sleep_ms(uint32_t milliseconds) { Sleep(milliseconds); }
 
+uint64_t os_monotonic_ns() {
+  static const uint64_t frequency = [] {
+    LARGE_INTEGER f;
+    QueryPerformanceFrequency(&f);
+    return static_cast<uint64_t>(f.QuadPart);
+  }();
+  LARGE_INTEGER counter;
+  QueryPerformanceCounter(&counter);
+  const uint64_t ticks = static_cast<uint64_t>(counter.QuadPart);
+  // Split so that ticks * 1e9 cannot overflow.
+  return ticks / frequency * 1000000000u + ticks % frequency * 1000000000u / frequency;
+}
+
+// QueryPerformanceCounter is already the cheap counter on Windows.
+uint64_t os_fast_ticks() { return os_monotonic_ns(); }
+double os_fast_ticks_per_ns() { return 1.0; }
+
 bool os_stream_is_terminal(FILE* stream) {
   if (stream == nullptr) return false;
   int fd = _fileno(stream);

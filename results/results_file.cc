@@ -200,6 +200,27 @@ void results_write_run(const RunRecord& run) {
   });
 }
 
+namespace {
+
+// `latency` (milliseconds), `stalls` and `per_second` (bytes in each second
+// of the interval, the last one partial).
+void add_timing_fields(const IntervalTimingFigures& t, json* record) {
+  auto ms = [](uint64_t ns) { return static_cast<double>(ns) / 1e6; };
+  (*record)["latency"] = {{"min_ms", ms(t.min_ns)}, {"median_ms", ms(t.median_ns)}, {"p90_ms", ms(t.p90_ns)},
+                          {"p99_ms", ms(t.p99_ns)}, {"max_ms", ms(t.max_ns)}};
+  json longest = json::array();
+  for (unsigned i = 0; i < t.longest_count && i < kMaxIntervalStalls; ++i) {
+    longest.push_back({{"command", t.longest[i].command}, {"ms", ms(t.longest[i].ns)}});
+  }
+  (*record)["stalls"] = {{"count", t.stall_count}, {"exact", t.stall_count_exact}, {"longest", longest}};
+  json seconds = json::array();
+  for (uint32_t j = 0; j < t.seconds && t.second_bytes != nullptr; ++j) seconds.push_back(t.second_bytes(t.first_second, j));
+  (*record)["per_second"] = seconds;
+  if (!t.seconds_complete) (*record)["per_second_complete"] = false;
+}
+
+}  // namespace
+
 void results_write_interval(const IntervalRecord& r) {
   const uint64_t bytes = static_cast<uint64_t>(r.commands) * r.transfer_bytes;
   json end = {{"kind", end_kind(r.end)}};
@@ -233,6 +254,7 @@ void results_write_interval(const IntervalRecord& r) {
     }
     record["drive_status"] = figures;
   }
+  if (r.timing.timed) add_timing_fields(r.timing, &record);
   write_record(record);
 }
 

@@ -56,6 +56,28 @@ struct NamedFigure {
 };
 constexpr unsigned kMaxIntervalFigures = 8;
 
+// The command timing of one interval (`/json`, `/plot`), as the engine's
+// timing measured it; times in nanoseconds.
+struct IntervalStall {
+  uint32_t command;  // within the interval, from 1
+  uint64_t ns;
+};
+constexpr unsigned kMaxIntervalStalls = 8;  // the longest ones listed
+struct IntervalTimingFigures {
+  bool timed;  // false: no `latency`, `stalls` and `per_second` fields
+  uint64_t min_ns, median_ns, p90_ns, p99_ns, max_ns;
+  uint32_t stall_count;
+  bool stall_count_exact;  // false: counted from the histogram's buckets
+  IntervalStall longest[kMaxIntervalStalls];
+  uint8_t longest_count;
+  // Bytes moved in second `j` (0 to seconds - 1) of the interval; the last
+  // second is partial. `seconds_complete` false: the table ran out.
+  uint64_t (*second_bytes)(uint32_t first_second, uint32_t j);
+  uint32_t first_second;
+  uint32_t seconds;
+  bool seconds_complete;
+};
+
 struct IntervalRecord {
   uint32_t iteration;       // from 1
   uint32_t index;           // interval number within the test, from 1
@@ -77,6 +99,7 @@ struct IntervalRecord {
   uint8_t read_byte;
   NamedFigure drive_status[kMaxIntervalFigures];  // with `/dsc`
   uint8_t drive_status_count;
+  IntervalTimingFigures timing;
 };
 void results_write_interval(const IntervalRecord& interval);
 

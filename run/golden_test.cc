@@ -14,6 +14,7 @@
 // files the failing row kept (its directory is named in the failure) line by
 // line, and copy them to run/testdata/golden/<name>.<what>.
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cstdlib>
 #include <filesystem>
@@ -24,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "run/streaming_chart.h"
 #include "testing/results_file_testing.h"
 
 namespace {
@@ -38,6 +40,7 @@ struct GoldenCase {
   int exit_code;
   const char* report = nullptr;   // expected <report>.out when another case's report is the same
   const char* results = nullptr;  // summarize_results_file() of "results.jsonl"
+  int chart_stalls = -1;            // with `/plot chart.svg`: the stall marks the chart must hold
 };
 
 void PrintTo(const GoldenCase& c, std::ostream* os) { *os << c.name; }
@@ -78,6 +81,44 @@ std::string run_file_for(const std::string& what) {
   if (what == "screen") return "screen.txt";
   if (what == "err") return "errors.txt";
   return what;
+}
+
+// The interval records of the results file count `stalls` in all, and the
+// bytes of their seconds add up to the bytes of the interval.
+void expect_timing_fields(const fs::path& directory, int stalls) {
+  std::istringstream lines(read_bytes(directory / "results.jsonl"));
+  int counted = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const nlohmann::json record = nlohmann::json::parse(line, nullptr, false);
+    if (record.value("record", "") != "interval") continue;
+    EXPECT_LE(record["latency"]["median_ms"].get<double>(), record["latency"]["p99_ms"].get<double>());
+    counted += record["stalls"]["count"].get<int>();
+    uint64_t bytes = 0;
+    for (const auto& second : record["per_second"]) bytes += second.get<uint64_t>();
+    EXPECT_EQ(record["actual_bytes"].get<uint64_t>(), bytes);
+  }
+  EXPECT_EQ(stalls, counted);
+}
+
+// The chart parses as XML, holds `stalls` stall marks, and a real SVG
+// renderer turns it into a PNG of the stated size.
+void expect_chart(const fs::path& directory, int stalls) {
+  expect_timing_fields(directory, stalls);
+  const std::string svg = read_bytes(directory / "chart.svg");
+  size_t marks = 0;
+  for (size_t at = svg.find("class='stall'"); at != std::string::npos; at = svg.find("class='stall'", at + 1)) ++marks;
+  EXPECT_EQ(static_cast<size_t>(stalls), marks);
+  const std::string command = "cd '" + directory.string() + "' && xmllint --noout chart.svg && " +
+                              "rsvg-convert chart.svg -o chart.png";
+  ASSERT_EQ(0, std::system(command.c_str()));
+  const std::string png = read_bytes(directory / "chart.png");
+  ASSERT_GE(png.size(), 24u);
+  auto be32 = [&](size_t at) {
+    return (static_cast<uint8_t>(png[at]) << 24) | (static_cast<uint8_t>(png[at + 1]) << 16) |
+           (static_cast<uint8_t>(png[at + 2]) << 8) | static_cast<uint8_t>(png[at + 3]);
+  };
+  EXPECT_EQ(kChartWidth, be32(16));  // IHDR width and height
+  EXPECT_EQ(kChartHeight, be32(20));
 }
 
 void run_golden_case(const GoldenCase& c) {
@@ -123,6 +164,7 @@ void run_golden_case(const GoldenCase& c) {
   if (c.report == nullptr && !fs::exists(golden / (std::string(c.name) + ".out"))) {
     EXPECT_FALSE(fs::exists(directory / "bftdtest.out")) << "the run wrote an output file";
   }
+  if (c.chart_stalls >= 0) expect_chart(directory, c.chart_stalls);
   if (::testing::Test::HasFailure()) {
     ADD_FAILURE() << "the run's files are kept in " << directory;
   } else {
@@ -268,6 +310,7 @@ const GoldenCase kGoldenCases[] = {
     {"setup_no_medium", "/cfile bftdtest.cdb /vtape drive.vtape", "medium = none\n", false, 1},
     {"setup_bad_description", "/vtape drive.vtape", "capacity_mb = 8\nfail_write_at = 1x\n", false, 1},
     {"setup_bad_percentage", "/vtape drive.vtape", "rewrite_percent = 100.01\n", false, 1},
+    {"setup_bad_jitter", "/vtape drive.vtape", "rate_jitter_percent = 91\n", false, 1},
     {"setup_bad_tapealert", "/vtape drive.vtape", "tapealert_at_write = 3:65\n", false, 1},
     {"setup_identity", "/megs 1 /vtape drive.vtape", "vendor = AB\nproduct = 1234567890ABCDEF\nrevision = R\n",
      false, 0},
@@ -279,6 +322,10 @@ const GoldenCase kGoldenCases[] = {
      1},
     {"break_in_write_json", "/megs 2 /sdint 1 /json results.jsonl /vtape drive.vtape", "break_at_command = 22\n",
      false, 1, nullptr, "run:VT00000001 result:interrupted:1:interrupted by CTRL-C"},
+    // The chart after CTRL-C is whole: it parses and renders.
+    {"break_in_read_chart", "/megs 2 /sdint 1 /plot chart.svg /json results.jsonl /vtape drive.vtape",
+     "break_at_command = 50\n", false, 1, nullptr,
+     "run:VT00000001 write:complete write:complete result:interrupted:1:interrupted by CTRL-C", 0},
     {"break_in_dsc", "/megs 1 /dsc VIRTUAL-TAPE /cfile bftdtest.cdb /vtape drive.vtape",
      "break_at_command = 10\n", true, 1},
     {"break_in_ready_wait", "/megs 1 /uld /cfile bftdtest.cdb /vtape drive.vtape",
@@ -308,6 +355,12 @@ const GoldenCase kGoldenCases[] = {
      false, 1},
     {"fault_error_rates", "/megs 2 /sdint 1 /dsc VIRTUAL-TAPE /cfile bftdtest.cdb /vtape drive.vtape",
      "rewrite_percent = 5\ncorrected_percent = 2\n", true, 0},
+    // 32 Writes and 32 Reads of about 16 ms each at 4 MB/s; every 10th takes
+    // 400 ms more: 6 stalls, far above 4x the median. The report is the
+    // classic one.
+    {"streaming_chart", "/megs 2 /plot chart.svg /json results.jsonl /vtape drive.vtape",
+     "rate_mb_s = 4\ncompression = off\nrate_jitter_percent = 20\nbackhitch_every = 10\nbackhitch_ms = 400\n",
+     false, 0, nullptr, "run:VT00000001 write:complete read_compare:complete iteration result:passed:0", 6},
 };
 
 class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};

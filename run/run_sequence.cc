@@ -1,5 +1,6 @@
 #include "run/run_sequence.h"
 
+#include <atomic>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -10,12 +11,14 @@
 #include "drive_status/drive_health.h"
 #include "drive_status/dsc_config.h"
 #include "drive_status/preflight.h"
+#include "engine/command_timing.h"
 #include "engine/iterations.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
 #include "results/results_file.h"
 #include "run/options.h"
 #include "run/run_result.h"
+#include "run/streaming_chart.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "tape/drive_operations.h"
@@ -32,6 +35,11 @@ namespace {
 
 // The CDB list file; the output file is the log file of the log output.
 FILE* cdb_list_file = nullptr;
+// The `/plot` chart, opened with the report files so that a bad name fails
+// before the test, and written once: at the end of the run or by CTRL-C,
+// whichever claims it first (0 not yet, 1 being written, 2 written).
+FILE* chart_file = nullptr;
+std::atomic<int> chart_state{0};
 
 constexpr uint8_t kSequentialAccessDevice = 0x01;
 constexpr uint8_t kNoDeviceType = 0x1F;
@@ -61,7 +69,34 @@ int open_report_files() {
     error_printf("ERROR: unable to open \"%s\" for results\n", test_settings.results_file_name);
     failed = true;
   }
+  if (test_settings.chart_enabled != 0) {
+    chart_file = std::fopen(test_settings.chart_file_name, "wb");
+    // Its own buffer now, so that writing the chart from the CTRL-C thread
+    // does not make the stream allocate one.
+    static char chart_buffer[1 << 16];
+    if (chart_file != nullptr) std::setvbuf(chart_file, chart_buffer, _IOFBF, sizeof chart_buffer);
+    if (chart_file == nullptr) {
+      error_printf("ERROR: unable to open \"%s\" for the chart\n", test_settings.chart_file_name);
+      failed = true;
+    }
+  }
   return failed ? -1 : 0;
+}
+
+// Writes the chart of what was measured, once. 0, or -1 when it could not
+// be written whole.
+int write_chart(bool interrupted) {
+  int idle = 0;
+  if (chart_file == nullptr || !chart_state.compare_exchange_strong(idle, 1)) return 0;
+  int result = write_streaming_chart(chart_file, take_timing_snapshot(), interrupted);
+  chart_state.store(2);
+  return result;
+}
+
+// The command timing runs when its figures are asked for.
+int start_command_timing() {
+  if (test_settings.chart_enabled == 0 && test_settings.results_file_enabled == 0) return 0;
+  return begin_command_timing(test_settings.iterations, test_plan, test_settings.max_transfer_length);
 }
 
 int set_address() {
@@ -119,11 +154,18 @@ int run_program(int argc, char** argv) {
     print_settings_summary();
     if (size_test() != 0) {
       failure = "test sizing failed";
+    } else if (start_command_timing() != 0) {
+      failure = "no memory for the command timing";
     } else if (run_test_iterations() != 0) {
       failure = test_totals.failure != nullptr ? test_totals.failure : "a drive operation failed";
     } else {
       exit_code = 0;
     }
+  }
+  if (write_chart(false) != 0) {
+    error_printf("ERROR: unable to write the chart \"%s\"\n", test_settings.chart_file_name);
+    if (exit_code == 0) failure = "the chart could not be written";
+    exit_code = 1;
   }
   std::vector<std::string> reasons;
   if (exit_code == 0) {
@@ -184,6 +226,12 @@ void cleanup_run() {
     if (std::fclose(cdb_list_file) != 0) note_report_write_failure();
     cdb_list_file = nullptr;
   }
+  if (chart_file != nullptr && std::fclose(chart_file) != 0) {
+    error_printf("ERROR: unable to write the chart \"%s\"\n", test_settings.chart_file_name);
+    exit_code = 1;
+  }
+  chart_file = nullptr;
+  reset_command_timing();
   show_cursor();
 }
 
@@ -191,10 +239,18 @@ void cleanup_run() {
 // even inside a command that hangs in the drive. Sealing the output first
 // means no write is half done and the test thread writes nothing more; the
 // handles and files are then closed and the process ends at once. Memory is
-// left to the process exit rather than freed under the test thread.
+// left to the process exit rather than freed under the test thread. The
+// chart comes from a snapshot of the command timing (see command_timing.h),
+// into the file opened at setup: no allocation, no lock shared with the test
+// thread. When the test thread is writing the chart itself, it is let finish.
 void on_break(int) {
   seal_output();
   results_write_interrupted();  // the line prepared for this, then the close
+  write_chart(true);
+  if (chart_file != nullptr) {
+    for (int wait = 0; wait < 5000 && chart_state.load() != 2; ++wait) sleep_msec(1);
+    std::fclose(chart_file);
+  }
   close_device_handles();
   FILE* output = log_file();
   if (output != nullptr) {
@@ -213,6 +269,10 @@ void on_break(int) {
 void reset_program_state() {
   if (cdb_list_file != nullptr) std::fclose(cdb_list_file);
   cdb_list_file = nullptr;
+  if (chart_file != nullptr) std::fclose(chart_file);
+  chart_file = nullptr;
+  chart_state.store(0);
+  reset_command_timing();
   FILE* output = log_file();
   set_log_file(nullptr);
   if (output != nullptr) std::fclose(output);

@@ -21,7 +21,7 @@ need_packages() {
 }
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config liblz4-dev nlohmann-json3-dev)
-TEST_PACKAGES=(libgtest-dev libgmock-dev)
+TEST_PACKAGES=(libgtest-dev libgmock-dev librsvg2-bin libxml2-utils)
 # scripts/kernel-tape: the emulator with its iSCSI driver, the tape target,
 # and what a tiny initramfs is made of.
 KERNEL_TAPE_PACKAGES=(qemu-system-x86 qemu-block-extra tgt busybox-static cpio kmod)

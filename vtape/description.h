@@ -21,6 +21,7 @@ struct VtapeDescription {
   char revision[5];
   char serial[33];  // unit serial number (VPD page 80h); empty: the page is not listed
   uint32_t rate_mb_s;  // 0: unthrottled
+  uint32_t rate_jitter_percent;  // each transfer's time spread by up to this much, repeatably
   bool compression;
   char backing_file[kBackingFileCapacity];  // empty: the cartridge lives in memory only
   // Faults.
@@ -51,6 +52,8 @@ struct VtapeDescription {
   uint32_t max_transfer;           // adapter limit on one command's data; 0: none
   bool log_page_missing[64];       // left out of page 00h; Log Sense refuses it
   bool log_page_failing[64];       // listed, but Log Sense of it fails
+  uint64_t backhitch_every;  // 0: never; else every Nth Write(6) and every Nth Read(6)
+  uint32_t backhitch_ms;     // ... takes this much longer (a repositioning)
 };
 
 // The drive's defaults, used when no description file is given.

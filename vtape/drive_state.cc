@@ -19,6 +19,21 @@ void start_counters(VirtualDrive* drive) {
   drive->tapealert_flags = drive->description.tapealert_at_load;
   ++drive->loads;
 }
+
+// 1 +- up to `percent` %, the same for the same command in every run: a
+// triangular spread (most transfers near the rate, few at the edges) from
+// two splitmix64 draws seeded with the command number.
+double jitter_factor(uint64_t command, uint32_t percent) {
+  if (percent == 0) return 1.0;
+  auto draw = [](uint64_t x) {
+    x += 0x9E3779B97F4A7C15ull;
+    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
+    x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
+    return static_cast<double>((x ^ (x >> 31)) >> 11) / 9007199254740992.0;  // [0, 1)
+  };
+  const double spread = draw(command * 2) + draw(command * 2 + 1) - 1.0;  // (-1, 1)
+  return 1.0 + spread * percent / 100.0;
+}
 }  // namespace
 
 VirtualDrive& virtual_drive() {
@@ -67,10 +82,17 @@ uint64_t capacity_bytes(const VirtualDrive& drive) {
   return drive.description.capacity_mb * kMegabyte;
 }
 
-void throttle_transfer(VirtualDrive* drive, uint64_t tape_bytes) {
-  if (drive->description.rate_mb_s == 0) return;
+void throttle_transfer(VirtualDrive* drive, uint64_t tape_bytes, uint64_t command) {
   using namespace std::chrono;
-  drive->throttle_bytes += tape_bytes;
+  const VtapeDescription& d = drive->description;
+  if (d.backhitch_every != 0 && command % d.backhitch_every == 0 && d.backhitch_ms != 0) {
+    os_sleep_ms(d.backhitch_ms);
+    // The repositioning is lost time: the drive does not catch it up later.
+    drive->throttle_start += milliseconds(d.backhitch_ms);
+  }
+  if (d.rate_mb_s == 0) return;
+  drive->throttle_bytes += static_cast<uint64_t>(static_cast<double>(tape_bytes) *
+                                                 jitter_factor(command, d.rate_jitter_percent));
   double due_ms = static_cast<double>(drive->throttle_bytes) * 1000.0 /
                   (static_cast<double>(drive->description.rate_mb_s) * kMegabyte);
   double elapsed_ms =

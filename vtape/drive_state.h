@@ -68,5 +68,7 @@ void load_cartridge(VirtualDrive* drive);
 uint64_t early_warning_bytes(const VirtualDrive& drive);
 uint64_t capacity_bytes(const VirtualDrive& drive);
 
-// Holds the calling thread so that data moves no faster than rate_mb_s.
-void throttle_transfer(VirtualDrive* drive, uint64_t tape_bytes);
+// Holds the calling thread so that data moves no faster than rate_mb_s,
+// spread by rate_jitter_percent, and for backhitch_ms more when `command`
+// (the Nth Write(6) or Read(6)) is a multiple of backhitch_every.
+void throttle_transfer(VirtualDrive* drive, uint64_t tape_bytes, uint64_t command);

@@ -150,7 +150,7 @@ void read6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer
   if (command == d.corrupt_read_at && d.corrupt_read_offset < answer->transferred) {
     request.data[d.corrupt_read_offset] ^= 0xFF;
   }
-  throttle_transfer(drive, drive->counters.tape_bytes_read - tape_before);
+  throttle_transfer(drive, drive->counters.tape_bytes_read - tape_before, command);
 }
 
 // Write(6): one unit of records at the position, which becomes the end of
@@ -194,7 +194,7 @@ void write6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswe
   drive->counters.tape_bytes_written += tape_bytes;
   drive->counters.records_written += blocks;
   answer->transferred = static_cast<uint32_t>(bytes);
-  throttle_transfer(drive, tape_bytes);
+  throttle_transfer(drive, tape_bytes, command);
   report_early_warning(*drive, answer);
 }
 
