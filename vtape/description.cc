@@ -181,14 +181,21 @@ int density_list(const LineContext& at, const char* value, VtapeDescription* d) 
   return 0;
 }
 
-int corrupt_spec(const LineContext& at, const char* value, VtapeDescription* d) {
+// Reads "N:M" into its two numbers. 0, or -1 when it is not of that form.
+int read_number_pair(const char* value, uint64_t* first, uint64_t* second) {
   char copy[128];
   std::snprintf(copy, sizeof copy, "%s", value);
   char* colon = std::strchr(copy, ':');
+  if (colon == nullptr) return -1;
+  *colon = '\0';
+  return read_description_number(copy, first) == 0 && read_description_number(colon + 1, second) == 0 ? 0
+                                                                                                        : -1;
+}
+
+int corrupt_spec(const LineContext& at, const char* value, VtapeDescription* d) {
   uint64_t command = 0;
   uint64_t offset = 0;
-  if (colon == nullptr || (*colon = '\0', read_description_number(copy, &command) != 0) ||
-      read_description_number(colon + 1, &offset) != 0 || offset > 0xFFFFFF) {
+  if (read_number_pair(value, &command, &offset) != 0 || offset > 0xFFFFFF) {
     return bad_value(at, value, "N:offset");
   }
   d->corrupt_read_at = command;
@@ -252,13 +259,9 @@ int tapealert_list(const LineContext& at, const char* value, uint64_t* flags) {
 }
 
 int tapealert_write_spec(const LineContext& at, const char* value, VtapeDescription* d) {
-  char copy[128];
-  std::snprintf(copy, sizeof copy, "%s", value);
-  char* colon = std::strchr(copy, ':');
   uint64_t command = 0;
   uint64_t flag = 0;
-  if (colon == nullptr || (*colon = '\0', read_description_number(copy, &command) != 0) ||
-      command == 0 || read_description_number(colon + 1, &flag) != 0 || flag < 1 || flag > 64) {
+  if (read_number_pair(value, &command, &flag) != 0 || command == 0 || flag < 1 || flag > 64) {
     return bad_value(at, value, "N:flag with a flag from 1 to 64");
   }
   d->tapealert_at_write = command;
