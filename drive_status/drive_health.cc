@@ -1,5 +1,6 @@
 #include "drive_status/drive_health.h"
 
+#include <bit>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -176,8 +177,7 @@ void print_reading(const HealthReading& r, bool after_test_start) {
   }
   health_line("log pages listed", "%s", list);
   if (r.tapealert_read) {
-    unsigned count = 0;
-    for (unsigned flag = 1; flag <= 64; ++flag) count += (r.alerts >> (flag - 1)) & 1;
+    const int count = std::popcount(r.alerts);
     if (count == 0) health_line("TapeAlert flags set", "none");
     for (unsigned flag = 1; flag <= 64; ++flag) {
       if (((r.alerts >> (flag - 1)) & 1) == 0) continue;
@@ -257,9 +257,8 @@ void print_changes(HealthRecord* record) {
   const bool before = (b.has[kCleaningRequired] && b.value[kCleaningRequired] != 0) ||
                       (b.alerts & kCleaningAlerts) != 0;
   if (known) health_line("cleaning required", "%s", now ? (before ? "yes" : "yes (new)") : "no");
-  unsigned raised = 0;
-  for (unsigned flag = 1; flag <= 64; ++flag) raised += (h.alerts_raised >> (flag - 1)) & 1;
-  if (c.tapealert_read || h.alerts_raised != 0) health_line("TapeAlert flags raised", "%u", raised);
+  const int raised = std::popcount(h.alerts_raised);
+  if (c.tapealert_read || h.alerts_raised != 0) health_line("TapeAlert flags raised", "%d", raised);
   for (unsigned i = 0; i < changes.count; ++i) record->changes[i] = changes.figures[i];
   record->change_count = static_cast<uint8_t>(changes.count);
   record->cleaning_known = known;

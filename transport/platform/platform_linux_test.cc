@@ -301,7 +301,7 @@ class LinuxCommands : public Linux {
     PassThroughRequest request{};
     request.target_id = 3;
     request.cdb_length = static_cast<uint8_t>(cdb.size());
-    std::memcpy(request.cdb, cdb.data(), std::min<size_t>(cdb.size(), 16));
+    if (!cdb.empty()) std::memcpy(request.cdb, cdb.data(), std::min<size_t>(cdb.size(), 16));
     request.direction = direction;
     request.data = buffer;
     request.data_length = length;
