@@ -257,8 +257,8 @@ void print_changes(HealthRecord* record) {
   const bool before = (b.has[kCleaningRequired] && b.value[kCleaningRequired] != 0) ||
                       (b.alerts & kCleaningAlerts) != 0;
   if (known) health_line("cleaning required", "%s", now ? (before ? "yes" : "yes (new)") : "no");
-  const int raised = std::popcount(h.alerts_raised);
-  if (c.tapealert_read || h.alerts_raised != 0) health_line("TapeAlert flags raised", "%d", raised);
+  const unsigned raised = static_cast<unsigned>(std::popcount(h.alerts_raised));
+  if (c.tapealert_read || h.alerts_raised != 0) health_line("TapeAlert flags raised", "%u", raised);
   for (unsigned i = 0; i < changes.count; ++i) record->changes[i] = changes.figures[i];
   record->change_count = static_cast<uint8_t>(changes.count);
   record->cleaning_known = known;

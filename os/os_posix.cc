@@ -66,7 +66,8 @@ namespace {
 bool invariant_tsc() {
 #ifdef BFTDTEST_HAVE_TSC
   unsigned a = 0, b = 0, c = 0, d = 0;
-  if (__get_cpuid_max(0x80000000u, nullptr) < 0x80000007u) return false;
+  // The result type differs between compilers (int or unsigned).
+  if (static_cast<unsigned>(__get_cpuid_max(0x80000000u, nullptr)) < 0x80000007u) return false;
   __get_cpuid(0x80000007u, &a, &b, &c, &d);
   return (d & (1u << 8)) != 0;
 #else
