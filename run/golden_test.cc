@@ -288,6 +288,10 @@ const GoldenCase kGoldenCases[] = {
     {"ofile_and_cfile_unopenable", "/ofile missing/run.out /cfile . /vtape", nullptr, false, 1},
     {"ofile_unopenable_cfile_fine", "/ofile . /cfile run.cdb /vtape", nullptr, false, 1},
     {"json_unopenable", "/json . /vtape", nullptr, false, 1},
+    // A results file or chart named like another file of the run: refused
+    // before anything is opened, so the report is not cut short.
+    {"json_named_as_report", "/json bftdtest.out /vtape", nullptr, false, 1},
+    {"chart_named_as_json", "/cfile run.cdb /json run.cdb /plot chart.svg /vtape", nullptr, false, 1},
     {"ofile_full_disk", "/ofile /dev/full /megs 1 /vtape", nullptr, false, 1},
     {"dfile_missing", "/dfile missing.bin /megs 1 /cfile bftdtest.cdb /vtape", nullptr, false, 1},
     {"dfile_directory", "/dfile . /megs 1 /cfile bftdtest.cdb /vtape", nullptr, false, 1},
