@@ -38,7 +38,8 @@ namespace {
 FILE* cdb_list_file = nullptr;
 // The `/plot` chart, opened with the report files so that a bad name fails
 // before the test, and written once: at the end of the run or by CTRL-C,
-// whichever claims it first (0 not yet, 1 being written, 2 written).
+// whichever claims it first, and closed once, by either thread (0 not yet
+// written, 1 being written, 2 written, 3 closed).
 FILE* chart_file = nullptr;
 std::atomic<int> chart_state{0};
 
@@ -117,6 +118,16 @@ int write_chart(bool interrupted) {
   return result;
 }
 
+// Closes the chart file unless it is being written or already closed. 0, or
+// -1 when the close lost data.
+int close_chart() {
+  if (chart_file == nullptr) return 0;
+  for (int state : {0, 2}) {
+    if (chart_state.compare_exchange_strong(state, 3)) return std::fclose(chart_file) == 0 ? 0 : -1;
+  }
+  return 0;
+}
+
 // The command timing runs when its figures are asked for.
 int start_command_timing() {
   if (test_settings.chart_enabled == 0 && test_settings.results_file_enabled == 0) return 0;
@@ -186,7 +197,9 @@ int run_program(int argc, char** argv) {
       exit_code = 0;
     }
   }
-  if (write_chart(false) != 0) {
+  int chart = write_chart(false);
+  if (close_chart() != 0) chart = -1;
+  if (chart != 0) {
     error_printf("ERROR: unable to write the chart \"%s\"\n", test_settings.chart_file_name);
     if (exit_code == 0) failure = "the chart could not be written";
     exit_code = 1;
@@ -250,11 +263,10 @@ void cleanup_run() {
     if (std::fclose(cdb_list_file) != 0) note_report_write_failure();
     cdb_list_file = nullptr;
   }
-  if (chart_file != nullptr && std::fclose(chart_file) != 0) {
+  if (close_chart() != 0) {
     error_printf("ERROR: unable to write the chart \"%s\"\n", test_settings.chart_file_name);
     exit_code = 1;
   }
-  chart_file = nullptr;
   reset_command_timing();
   show_cursor();
 }
@@ -271,10 +283,9 @@ void on_break(int) {
   seal_output();
   results_write_interrupted();  // the line prepared for this, then the close
   write_chart(true);
-  if (chart_file != nullptr) {
-    for (int wait = 0; wait < 5000 && chart_state.load() != 2; ++wait) sleep_msec(1);
-    std::fclose(chart_file);
-  }
+  // The test thread may be writing the chart itself: let it finish first.
+  for (int wait = 0; wait < 5000 && chart_state.load() == 1; ++wait) sleep_msec(1);
+  close_chart();
   close_device_handles();
   FILE* output = log_file();
   if (output != nullptr) {
@@ -293,7 +304,7 @@ void on_break(int) {
 void reset_program_state() {
   if (cdb_list_file != nullptr) std::fclose(cdb_list_file);
   cdb_list_file = nullptr;
-  if (chart_file != nullptr) std::fclose(chart_file);
+  close_chart();
   chart_file = nullptr;
   chart_state.store(0);
   reset_command_timing();
