@@ -64,10 +64,15 @@ int apply_append_file(OptionCall& call) {
   return 0;
 }
 
-int apply_cdb_list_file(OptionCall& call) {
-  copy_cut(test_settings.cdb_list_file_name, kFileNameCapacity, take_value(call));
-  test_settings.cdb_list_enabled = 1;
+// An option that names a file the run writes and switches it on.
+int take_file_option(OptionCall& call, char* file_name, uint8_t* enabled) {
+  copy_cut(file_name, kFileNameCapacity, take_value(call));
+  *enabled = 1;
   return 0;
+}
+
+int apply_cdb_list_file(OptionCall& call) {
+  return take_file_option(call, test_settings.cdb_list_file_name, &test_settings.cdb_list_enabled);
 }
 
 int apply_pattern_file(OptionCall& call) {
@@ -166,9 +171,7 @@ int apply_virtual_drive(OptionCall& call) {
 }
 
 int apply_results_file(OptionCall& call) {
-  copy_cut(test_settings.results_file_name, kFileNameCapacity, take_value(call));
-  test_settings.results_file_enabled = 1;
-  return 0;
+  return take_file_option(call, test_settings.results_file_name, &test_settings.results_file_enabled);
 }
 
 int apply_strict(OptionCall&) {
@@ -182,9 +185,7 @@ int apply_health(OptionCall&) {
 }
 
 int apply_chart_file(OptionCall& call) {
-  copy_cut(test_settings.chart_file_name, kFileNameCapacity, take_value(call));
-  test_settings.chart_enabled = 1;
-  return 0;
+  return take_file_option(call, test_settings.chart_file_name, &test_settings.chart_enabled);
 }
 
 int apply_help(OptionCall&) {
