@@ -7,6 +7,7 @@
 #include "drive_status/dsc_config.h"
 #include "drive_status/preflight.h"
 #include "engine/command_timing.h"
+#include "engine/progress_estimate.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
 #include "results/results_file.h"
@@ -148,6 +149,7 @@ int run_interval(const TestKind& test, uint32_t number, uint8_t* end_of_medium) 
                    : run_read_compare_loop(test_plan.blocks_per_command, &commands, data_buffer_1,
                                            &elapsed, end_of_medium);
   close_timed_interval();
+  eta_end_interval(elapsed);
   if (result != 0) {
     const IntervalEnd end = last_loop_end.miscompare ? IntervalEnd::miscompare : IntervalEnd::error;
     commands = last_loop_end.miscompare ? last_loop_end.command : last_loop_end.completed;
@@ -188,18 +190,20 @@ int run_test(const TestKind& test) {
   uint8_t end_of_medium = 0;
   uint16_t filemark_step_pending = filemark_step;
   set_rw_buffer(test.kind == 0 ? data_buffer_1 : data_buffer_2, test_settings.max_transfer_length);
+  eta_begin_pass(current_iteration, test.kind == 1);
   for (uint32_t k = 1; k <= test_plan.interval_count; ++k) {
     report_printf("\r\n");
     if (filemark_step_pending) {
       int step = test.kind == 0 ? write_two_filemarks(&end_of_medium)
                                 : space_two_filemarks(&end_of_medium);
       if (step != 0) return -1;
-      if (end_of_medium) return 0;
+      if (end_of_medium) break;
       if (filemark_step_pending == 1) filemark_step_pending = 0;
     }
     if (run_interval(test, k, &end_of_medium) != 0) return -1;
     if (end_of_medium) break;
   }
+  eta_end_pass(end_of_medium != 0);
   return 0;
 }
 
@@ -265,6 +269,7 @@ int run_test_iterations() {
   }
   const bool rwr = dsc_entries[kDscDrwr].selected != 0;
   const bool ecc = dsc_entries[kDscDecc].selected != 0;
+  eta_begin_test();
   for (uint32_t n = 1; n <= test_settings.iterations; ++n) {
     current_iteration = n;
     if (rwr || ecc) {

@@ -1,11 +1,13 @@
 #include "engine/transfer_loops.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "engine/command_timing.h"
+#include "engine/progress_estimate.h"
 #include "engine/sizing.h"
 #include "results/results_file.h"
 #include "settings/settings.h"
@@ -26,6 +28,8 @@ const std::chrono::steady_clock::time_point process_start = std::chrono::steady_
 uint32_t timer_start_mark = 0;
 ProgressStyle progress_style = ProgressStyle::overwrite;
 uint32_t last_progress_line_ms = 0;
+constexpr size_t kEtaLineCapacity = 128;
+size_t shown_line_length = 0;  // the `/eta` line standing on the terminal; 0 none
 
 // Milliseconds since the process started, on a clock that never steps.
 uint32_t process_clock_msec() {
@@ -41,10 +45,21 @@ uint8_t sense_flags() {
   return result.sense_data != nullptr ? result.sense_data[2] : result.sense_key_byte;
 }
 
+// True once a minute has passed since the last progress line off a terminal;
+// `now` then starts the next minute.
+bool minute_passed(uint32_t now) {
+  if (now - last_progress_line_ms < kProgressLineMs) return false;
+  last_progress_line_ms = now;
+  return true;
+}
+
 // The running MB count of one loop call; `moved` is the test total that
-// each successful command adds to.
+// each successful command adds to. With `/eta` the count becomes the line of
+// progress_estimate.h, which on a terminal is padded to cover the last one
+// and wiped before the loop's report lines.
 struct Progress {
   uint64_t* moved;
+  bool estimate = test_settings.eta_enabled != 0;
   uint32_t bytes_in_mb = 0;
   uint32_t megabytes = 0;
 
@@ -58,15 +73,38 @@ struct Progress {
     megabytes += static_cast<uint32_t>(total / kBytesPerMb);
     bytes_in_mb = static_cast<uint32_t>(total % kBytesPerMb);
     if (results_enabled()) results_note_totals(test_totals.bytes_written, test_totals.bytes_verified);
-    if (progress_style == ProgressStyle::overwrite) {
+    if (estimate) {
+      if (!show_estimate()) return;
+    } else if (progress_style == ProgressStyle::overwrite) {
       screen_printf("%lu MB\r", static_cast<unsigned long>(megabytes));
     } else {
-      const uint32_t now = clock_msec();
-      if (now - last_progress_line_ms < kProgressLineMs) return;
-      last_progress_line_ms = now;
+      if (!minute_passed(clock_msec())) return;
       screen_printf("%lu MB\r\n", static_cast<unsigned long>(megabytes));
     }
     flush_stream(screen_stream());  // a line without a line feed is not flushed by itself
+  }
+
+  // False when it is not yet time for a line.
+  bool show_estimate() {
+    const uint32_t now = clock_msec();
+    if (progress_style == ProgressStyle::minutely && !minute_passed(now)) return false;
+    char line[kEtaLineCapacity];
+    const uint64_t done = static_cast<uint64_t>(megabytes) * kBytesPerMb + bytes_in_mb;
+    const size_t length = eta_progress_line(line, sizeof line, done, now - timer_start_mark);
+    if (progress_style == ProgressStyle::minutely) {
+      screen_printf("%s\r\n", line);
+      return true;
+    }
+    screen_printf("%-*s\r", static_cast<int>(std::max(length, shown_line_length)), line);
+    shown_line_length = length;
+    return true;
+  }
+
+  // Wipes the line in place, so the next report line starts on a clean row.
+  void end_line() {
+    if (shown_line_length == 0) return;
+    screen_printf("%*s\r", static_cast<int>(shown_line_length), "");
+    shown_line_length = 0;
   }
 };
 
@@ -143,6 +181,7 @@ int write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed_sec
     }
     if (command_failed()) {
       clock.command_done(0);
+      progress.end_line();
       const uint8_t flags = sense_flags();
       if ((end_of_medium_flags & 1) && (flags & 0x0F) == kSenseKeyNoSense && (flags & kEomBit)) {
         report_printf("hit \"EOM\" writing data at SCSI id %X LUN %u (aborting all write testing)\r\n",
@@ -162,6 +201,7 @@ int write_loop(uint32_t transfer_length, uint32_t* commands, double* elapsed_sec
     clock.command_done(bytes);
     progress.advance(bytes);
   }
+  progress.end_line();
   *elapsed_seconds = test_timer(1);
   flush_report_streams();
   return result;
@@ -187,6 +227,7 @@ int read_compare_loop(uint32_t transfer_length, uint32_t* commands, const uint8_
     }
     if (command_failed()) {
       clock.command_done(0);
+      progress.end_line();
       if ((end_of_medium_flags & 1) && (sense_flags() & 0x0F) == kSenseKeyBlankCheck) {
         report_printf("hit \"blank check\" reading/comparing data at SCSI id %X LUN %u (aborting all\r\n"
                       "read testing)\r\n",
@@ -206,6 +247,7 @@ int read_compare_loop(uint32_t transfer_length, uint32_t* commands, const uint8_
     clock.command_done(bytes);
     const uint32_t offset = find_miscompare(rw_buffer, reference, bytes);
     if (offset != kNoMiscompare) {
+      progress.end_line();
       report_printf("ERROR: data miscompare after read command %lu at offset 0x%lX\r\nfor SCSI id %X LUN %u\r\n",
                     static_cast<unsigned long>(i + 1), static_cast<unsigned long>(offset), id, lun);
       *commands = i + 1;
@@ -215,6 +257,7 @@ int read_compare_loop(uint32_t transfer_length, uint32_t* commands, const uint8_
     }
     progress.advance(bytes);
   }
+  progress.end_line();
   *elapsed_seconds = test_timer(1);
   flush_report_streams();
   return result;

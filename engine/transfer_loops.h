@@ -1,7 +1,9 @@
 // The write loop and the read/compare loop of one status interval, their
 // clock and the compare. The loops run on the main thread, never nested, and
 // neither allocate nor copy per command; their only own output per command
-// is the "%lu MB\r" progress line on the screen after each whole MB.
+// is the "%lu MB\r" progress line on the screen after each whole MB (with
+// `/eta`, the line of time left of progress_estimate.h). Progress lines go to
+// the screen alone, never to the output file.
 #pragma once
 
 #include <cstdint>
@@ -54,6 +56,7 @@ extern LoopEnd last_loop_end;
 // default): "%lu MB\r" at every whole MB, each line over the last.
 // `minutely` (the screen is a pipe or a file): at most one "%lu MB\r\n" line
 // a minute, so a batch log stays small. Setting the style starts the minute.
+// `/eta` (`test_settings.eta_enabled`) keeps the style and shows its own line.
 enum class ProgressStyle : uint8_t { overwrite, minutely };
 void set_progress_style(ProgressStyle style);
 // The millisecond clock of the loops and of the progress minute; nullptr

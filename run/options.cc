@@ -188,6 +188,11 @@ int apply_chart_file(OptionCall& call) {
   return take_file_option(call, test_settings.chart_file_name, &test_settings.chart_enabled);
 }
 
+int apply_eta(OptionCall&) {
+  test_settings.eta_enabled = 1;
+  return 0;
+}
+
 int apply_help(OptionCall&) {
   print_help();
   exit_code = 0;
@@ -227,6 +232,7 @@ constexpr OptionSpec kOptions[] = {
     {"/strict", ValueNeed::kNone, apply_strict},
     {"/health", ValueNeed::kNone, apply_health},
     {"/plot", ValueNeed::kRequired, apply_chart_file},
+    {"/eta", ValueNeed::kNone, apply_eta},
     {"/?", ValueNeed::kNone, apply_help},
     // The spellings other tools use for help.
     {"/h", ValueNeed::kNone, apply_help},
@@ -402,6 +408,7 @@ void print_help() {
       "  /strict\t\texit code 2 when the test must not count as a pass\n",
       "  /health\t\treport TapeAlert flags, drive counters, adapter limits\n",
       "  /plot <file>\t\twrite a streaming chart of the test (SVG)\n",
+      "  /eta\t\t\tshow the time left with the progress count\n",
       "  /?\t\t\tthis help screen\n",
   };
   for (const char* text : kOptionLines) screen_printf("%s", text);

@@ -42,6 +42,7 @@ struct TestSettings {
   uint8_t health_enabled;  // `/health`: TapeAlert, log page counters, adapter limits
   uint8_t chart_enabled;  // `/plot <file>`: streaming chart (SVG)
   char chart_file_name[kFileNameCapacity];
+  uint8_t eta_enabled;  // `/eta`: the progress line shows the time left
 };
 
 extern TestSettings test_settings;

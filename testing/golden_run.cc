@@ -24,6 +24,8 @@ std::string read_bytes(const fs::path& path) {
   return bytes.str();
 }
 
+}  // namespace
+
 std::string mask_run_figures(const std::string& report) {
   static const std::regex date(R"(\b\d\d/\d\d/\d\d\b)");
   static const std::regex time(R"(\b\d\d:\d\d:\d\d [ap]m\b)");
@@ -34,6 +36,8 @@ std::string mask_run_figures(const std::string& report) {
   text = std::regex_replace(text, seconds, "#.## SEC");
   return std::regex_replace(text, rate, "# KB/SEC");
 }
+
+namespace {
 
 // Compares line by line and names the first line that differs.
 void expect_same_lines(const std::string& what, const std::string& want, const std::string& got) {

@@ -49,5 +49,9 @@ class GoldenRun : public ::testing::TestWithParam<GoldenCase> {};
 // Runs the row and records every difference as a gtest failure.
 void run_golden_case(const GoldenCase& c);
 
+// `report` with its dates, times and SEC and KB/SEC figures masked to their
+// shape, as every expected file holds them.
+std::string mask_run_figures(const std::string& report);
+
 // The bytes of a file ("" when it cannot be read).
 std::string read_file_bytes(const std::string& path);
