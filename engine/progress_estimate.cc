@@ -38,8 +38,7 @@ EtaRun eta_run;
 EtaRemaining remaining_plan(const EtaRun& run, uint64_t interval_done, uint64_t pass_done) {
   const uint64_t pass_plan = run.interval_bytes * run.interval_count;
   const uint64_t pass_limit = std::min(pass_plan, run.medium_bytes);
-  const uint64_t this_pass = run.reading ? run.written : pass_limit;
-  const uint64_t pass_left = this_pass > pass_done ? this_pass - pass_done : 0;
+  const uint64_t pass_left = pass_limit > pass_done ? pass_limit - pass_done : 0;
   const uint64_t interval_left = run.interval_bytes > interval_done ? run.interval_bytes - interval_done : 0;
   const uint64_t later = run.iterations > run.iteration ? run.iterations - run.iteration : 0;
   EtaRemaining left{};
@@ -127,8 +126,7 @@ void eta_end_pass(bool end_of_medium) {
     return;
   }
   if (rate > 0.0) eta_run.write_rate = rate;
-  eta_run.written = moved;
-  if (end_of_medium) eta_run.medium_bytes = moved;
+  eta_run.medium_bytes = end_of_medium ? moved : eta_run.interval_bytes * eta_run.interval_count;
 }
 
 size_t eta_progress_line(char* out, size_t size, uint64_t interval_done, uint32_t interval_ms) {

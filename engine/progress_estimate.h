@@ -16,12 +16,12 @@ struct EtaRun {
   uint32_t iterations;
   uint32_t interval_count;  // intervals of one pass
   uint64_t interval_bytes;  // planned bytes of one interval
-  // What one write pass can put on the tape: the planned pass, or what the
-  // last write pass wrote before EOM (later passes are assumed to meet it too).
+  // What a write pass puts on the tape, and so what its read/compare pass
+  // covers: the planned pass, or what the last write pass wrote before EOM
+  // (later passes are assumed to meet EOM at the same place).
   uint64_t medium_bytes;
   uint32_t iteration;  // from 1
   bool reading;        // in the read/compare pass
-  uint64_t written;    // what this iteration's write pass wrote: what its read/compare pass covers
   uint64_t pass_start_moved;  // the test's written or verified bytes when this pass began
   uint64_t pass_ms;           // transfer time of this pass's finished intervals
   // Bytes a second of the last finished pass of each kind; 0 until measured.

@@ -17,7 +17,6 @@ EtaRun two_iterations(uint32_t iteration, bool reading) {
   run.medium_bytes = 16 * kMb;
   run.iteration = iteration;
   run.reading = reading;
-  run.written = reading ? 16 * kMb : 0;
   return run;
 }
 
@@ -27,7 +26,6 @@ EtaRun two_iterations(uint32_t iteration, bool reading) {
 TEST(EtaEstimate, RemainingPlanOverIterationsAndPasses) {
   EtaRun after_eom = two_iterations(1, true);
   after_eom.medium_bytes = 6 * kMb;
-  after_eom.written = 6 * kMb;
   EtaRun eom_next_iteration = after_eom;
   eom_next_iteration.iteration = 2;
   eom_next_iteration.reading = false;
