@@ -7,7 +7,9 @@
 //   Command      execute_cdb -> platform -> virtual drive -> result for a
 //                zero-length Test Unit Ready;
 //   TimingCost   each loop with the command timing of /plot and /json on
-//                and off, alternating batch by batch in one benchmark.
+//                and off, alternating batch by batch in one benchmark;
+//   EtaCost      the write loop with the time-left line of /eta (formatted
+//                after every MB, as on a terminal) on and off, the same way.
 // Every case counts the heap allocations of its timed commands. After the
 // usual Google Benchmark table a summary prints each loop as a ratio to the
 // bound of its transfer length, checks zero allocations per command, and
@@ -26,6 +28,7 @@
 
 #include "console/log_output.h"
 #include "engine/command_timing.h"
+#include "engine/progress_estimate.h"
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
 #include "run/run_sequence.h"
@@ -278,6 +281,48 @@ void BM_TimingCost(benchmark::State& state) {
       static_cast<double>(allocations) / static_cast<double>(commands_done);
 }
 
+// The write loop with the `/eta` line on and off in turns, batch by batch.
+// Counters `on_vs_off`: the speed with the line as a fraction of the speed
+// without (CPU seconds of this thread); `ns_per_line`: what one line costs.
+void BM_EtaCost(benchmark::State& state) {
+  const auto length = static_cast<uint32_t>(state.range(0));
+  if (prepare_program(length, kVariable, kRandom) != 0) return fail(state, "setup failed");
+  set_rw_buffer(data_buffer_1, length);
+  if (write_first_record() != 0) return fail(state, "first write failed");
+  eta_begin_test();
+  eta_begin_pass(1, false);
+  const uint32_t batch = batch_commands(length);
+  uint64_t allocations = 0, commands_done = 0, lines = 0;
+  double seconds[2] = {0, 0};  // line off, on
+  for (auto _ : state) {
+    for (int turn = 0; turn < 2; ++turn) {
+      const int on = (turn + static_cast<int>(commands_done / batch / 2)) % 2;  // alternate who goes first
+      if (virtual_drive().cartridge.tape_bytes > kRewindTapeBytes) {
+        scsi_rewind(0);
+        if (write_first_record() != 0) return fail(state, "first write failed");
+      }
+      test_settings.eta_enabled = static_cast<uint8_t>(on);
+      uint32_t commands = batch;
+      double elapsed = 0;
+      uint8_t end_of_medium = 0;
+      const uint64_t before = allocation_count();
+      const double start = thread_cpu_seconds();
+      const int result = run_write_loop(test_plan.blocks_per_command, &commands, &elapsed, &end_of_medium);
+      seconds[on] += thread_cpu_seconds() - start;
+      allocations += allocation_count() - before;
+      if (result != 0 || end_of_medium != 0) return fail(state, "loop failed");
+      commands_done += commands;
+      if (on) lines += static_cast<uint64_t>(commands) * length / kMiB;
+    }
+  }
+  test_settings.eta_enabled = 0;
+  state.counters["ns_per_line"] = lines > 0 ? (seconds[1] - seconds[0]) * 1e9 / static_cast<double>(lines) : 0;
+  state.SetBytesProcessed(static_cast<int64_t>(commands_done * length));
+  state.counters["on_vs_off"] = seconds[1] > 0 ? seconds[0] / seconds[1] : 0;
+  state.counters["allocs_per_cmd"] =
+      static_cast<double>(allocations) / static_cast<double>(commands_done);
+}
+
 // One zero-length command through the whole transport path.
 void BM_TestUnitReady(benchmark::State& state) {
   if (prepare_program(64 * kKiB, kVariable, kNull) != 0) return fail(state, "setup failed");
@@ -309,6 +354,7 @@ BENCHMARK(BM_TimingCost)
     ->ArgsProduct({{64 * kKiB, 256 * kKiB, 1 * kMiB, 4 * kMiB}, {0, 1}})
     ->ArgNames({"len", "read"})
     ->MinTime(2.0);
+BENCHMARK(BM_EtaCost)->Arg(64 * kKiB)->Arg(1 * kMiB)->ArgNames({"len"})->MinTime(2.0);
 
 // Keeps what the summary needs from each reported run.
 struct Figure {
@@ -316,6 +362,7 @@ struct Figure {
   double nanoseconds = 0;  // CPU time per iteration: the machine is shared
   double allocs_per_cmd = 0;
   double on_vs_off = 0;
+  double ns_per_line = 0;
 };
 
 class SummaryReporter : public benchmark::ConsoleReporter {
@@ -332,6 +379,8 @@ class SummaryReporter : public benchmark::ConsoleReporter {
       if (allocs != run.counters.end()) f.allocs_per_cmd = allocs->second.value;
       auto timed = run.counters.find("on_vs_off");
       if (timed != run.counters.end()) f.on_vs_off = timed->second.value;
+      auto line = run.counters.find("ns_per_line");
+      if (line != run.counters.end()) f.ns_per_line = line->second.value;
       f.nanoseconds = run.GetAdjustedCPUTime() *
                       benchmark::GetTimeUnitMultiplier(benchmark::kNanosecond) /
                       benchmark::GetTimeUnitMultiplier(run.time_unit);
@@ -402,6 +451,20 @@ int print_summary(const std::map<std::string, Figure>& figures) {
       std::printf("%5u KiB %-6s %7.3f%s  allocs %.3f\n", length / kKiB, read ? "read" : "write",
                   f->second.on_vs_off, f->second.on_vs_off < 0.97 ? " (below 0.97)" : "", f->second.allocs_per_cmd);
     }
+  }
+  // A line comes after every MB: against a drive at 1,000 MB/s (1 ms a MB) it
+  // may take 1 % at most.
+  std::printf("\nTime-left line (/eta): write loop speed with the line on / off, alternating batches;\n"
+              "one line's cost as a share of the 1 ms a 1,000 MB/s drive takes for its MB\n");
+  for (uint32_t length : {64 * kKiB, 1 * kMiB}) {
+    auto f = figures.find("BM_EtaCost/len:" + std::to_string(length) + "/min_time:2.000");
+    if (f == figures.end()) continue;
+    const double share = f->second.ns_per_line / 1e6;
+    if (share > 0.01) slow = true;
+    if (f->second.allocs_per_cmd != 0) allocated = true;
+    std::printf("%5u KiB %-6s %7.3f  %6.0f ns a line = %.4f of 1 ms%s  allocs %.3f\n", length / kKiB, "write",
+                f->second.on_vs_off, f->second.ns_per_line, share, share > 0.01 ? " (above 0.01)" : "",
+                f->second.allocs_per_cmd);
   }
   std::printf("allocations per command: %s\n", allocated ? "SOME (FAIL)" : "none");
   return allocated || slow ? 1 : 0;

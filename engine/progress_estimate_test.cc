@@ -116,6 +116,9 @@ TEST(EtaEstimate, LineWithTheIntervalThenTheWholeTest) {
        "96 of 128 MB (75%)  40 MB/s  0:00:01 left | test 37%  0:00:05 left"},
       {{3 * kMb, 9 * kMb + kMb / 2, 2.5 * kMb, 2.6, 3, 300.2},
        "3 of 9 MB (31%)  2.5 MB/s  0:00:03 left | test 3%  0:05:01 left"},
+      // Tenths below 10 MB/s, whole MB/s from there.
+      {{1 * kMb, 2 * kMb, 9.94 * kMb, 0.2, 50, 0.5}, "1 of 2 MB (50%)  9.9 MB/s  0:00:01 left | test 50%  0:00:01 left"},
+      {{1 * kMb, 2 * kMb, 9.96 * kMb, 0.2, 50, 0.5}, "1 of 2 MB (50%)  10 MB/s  0:00:01 left | test 50%  0:00:01 left"},
       {{99999 * kMb, 99999 * kMb, 401.4 * kMb, 0, 100, 0},
        "99999 of 99999 MB (100%)  401 MB/s  0:00:00 left | test 100%  0:00:00 left"},
       // A full 18 TB cartridge in one interval, twice: a day and more.

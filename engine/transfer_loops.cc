@@ -29,7 +29,6 @@ uint32_t timer_start_mark = 0;
 ProgressStyle progress_style = ProgressStyle::overwrite;
 uint32_t last_progress_line_ms = 0;
 constexpr size_t kEtaLineCapacity = 128;
-size_t shown_line_length = 0;  // the `/eta` line standing on the terminal; 0 none
 
 // Milliseconds since the process started, on a clock that never steps.
 uint32_t process_clock_msec() {
@@ -62,6 +61,7 @@ struct Progress {
   bool estimate = test_settings.eta_enabled != 0;
   uint32_t bytes_in_mb = 0;
   uint32_t megabytes = 0;
+  size_t shown_length = 0;  // of the `/eta` line standing on the terminal; 0 none
 
   void advance(uint32_t bytes) {
     *moved += bytes;
@@ -95,16 +95,16 @@ struct Progress {
       screen_printf("%s\r\n", line);
       return true;
     }
-    screen_printf("%-*s\r", static_cast<int>(std::max(length, shown_line_length)), line);
-    shown_line_length = length;
+    screen_printf("%-*s\r", static_cast<int>(std::max(length, shown_length)), line);
+    shown_length = length;
     return true;
   }
 
   // Wipes the line in place, so the next report line starts on a clean row.
   void end_line() {
-    if (shown_line_length == 0) return;
-    screen_printf("%*s\r", static_cast<int>(shown_line_length), "");
-    shown_line_length = 0;
+    if (shown_length == 0) return;
+    screen_printf("%*s\r", static_cast<int>(shown_length), "");
+    shown_length = 0;
   }
 };
 
