@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 
 #include "engine/transfer_loops.h"
@@ -17,6 +18,12 @@ constexpr double kLongestShownSeconds = 9999.0 * kSecondsPerDay;
 
 uint64_t moved_by_test() { return test_totals.bytes_written + test_totals.bytes_verified; }
 uint64_t moved_by_kind(bool reading) { return reading ? test_totals.bytes_verified : test_totals.bytes_written; }
+
+// Saturating, for plans of 65,535 iterations of petabyte passes.
+uint64_t times(uint64_t count, uint64_t bytes) {
+  return bytes != 0 && count > UINT64_MAX / bytes ? UINT64_MAX : count * bytes;
+}
+uint64_t plus(uint64_t a, uint64_t b) { return a > UINT64_MAX - b ? UINT64_MAX : a + b; }
 
 double bytes_per_second(uint64_t bytes, uint64_t ms) {
   return bytes == 0 || ms == 0 ? 0.0 : static_cast<double>(bytes) * 1000.0 / static_cast<double>(ms);
@@ -43,16 +50,16 @@ void format_rate(char* out, size_t size, double rate) {
 EtaRun eta_run;
 
 EtaRemaining remaining_plan(const EtaRun& run, uint64_t interval_done, uint64_t pass_done) {
-  const uint64_t pass_plan = run.interval_bytes * run.interval_count;
+  const uint64_t pass_plan = times(run.interval_count, run.interval_bytes);
   const uint64_t pass_limit = std::min(pass_plan, run.medium_bytes);
   const uint64_t pass_left = pass_limit > pass_done ? pass_limit - pass_done : 0;
   const uint64_t interval_left = run.interval_bytes > interval_done ? run.interval_bytes - interval_done : 0;
   const uint64_t later = run.iterations > run.iteration ? run.iterations - run.iteration : 0;
   EtaRemaining left{};
   left.interval = std::min(interval_left, pass_left);
-  left.write = (run.reading ? 0 : pass_left) + later * pass_limit;
+  left.write = plus(run.reading ? 0 : pass_left, times(later, pass_limit));
   // A write pass is read back whole: this one's read/compare pass is still to come.
-  left.read = (run.reading ? pass_left : pass_limit) + later * pass_limit;
+  left.read = plus(run.reading ? pass_left : pass_limit, times(later, pass_limit));
   return left;
 }
 
@@ -111,7 +118,7 @@ void eta_begin_test() {
   eta_run.iterations = test_settings.iterations;
   eta_run.interval_count = test_plan.interval_count;
   eta_run.interval_bytes = static_cast<uint64_t>(test_plan.commands_per_interval) * test_settings.max_transfer_length;
-  eta_run.medium_bytes = eta_run.interval_bytes * eta_run.interval_count;
+  eta_run.medium_bytes = times(eta_run.interval_count, eta_run.interval_bytes);
 }
 
 void eta_begin_pass(uint32_t iteration, bool reading) {
@@ -133,7 +140,7 @@ void eta_end_pass(bool end_of_medium) {
     return;
   }
   if (rate > 0.0) eta_run.write_rate = rate;
-  eta_run.medium_bytes = end_of_medium ? moved : eta_run.interval_bytes * eta_run.interval_count;
+  eta_run.medium_bytes = end_of_medium ? moved : times(eta_run.interval_count, eta_run.interval_bytes);
 }
 
 size_t eta_progress_line(char* out, size_t size, uint64_t interval_done, uint32_t interval_ms) {
@@ -147,13 +154,13 @@ size_t eta_progress_line(char* out, size_t size, uint64_t interval_done, uint32_
   if (!run.reading && run.read_rate > 0.0) read_rate = run.read_rate;
   const EtaRemaining left = remaining_plan(run, interval_done, pass_done);
   const uint64_t done = moved_by_test();
-  const uint64_t total = done + left.write + left.read;
+  const uint64_t total = plus(plus(done, left.write), left.read);
   EtaFigures figures{};
   figures.interval_done = interval_done;
   figures.interval_bytes = run.interval_bytes;
   figures.rate = rate;
   figures.interval_seconds = seconds_for(left.interval, rate);
-  figures.test_percent = static_cast<uint32_t>(total == 0 ? 100 : done * 100 / total);
+  figures.test_percent = static_cast<uint32_t>(total == 0 ? 100 : static_cast<double>(done) * 100.0 / static_cast<double>(total));
   figures.test_seconds = seconds_for(left.write, write_rate, left.read, read_rate);
   return format_eta_line(out, size, figures);
 }

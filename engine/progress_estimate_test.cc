@@ -45,6 +45,13 @@ TEST(EtaEstimate, RemainingPlanOverIterationsAndPasses) {
       {"read after EOM, all read", after_eom, 2, 6, {0, 6, 6}},
       {"write after an EOM pass stops at the same place", eom_next_iteration, 1, 5, {1, 1, 6}},
   };
+  // 65,535 iterations of 4 PB passes: the sums stop at the largest count.
+  EtaRun huge = two_iterations(1, false);
+  huge.iterations = 65535;
+  huge.medium_bytes = huge.interval_bytes = uint64_t{1} << 50;
+  const EtaRemaining most = remaining_plan(huge, 0, 0);
+  EXPECT_EQ(UINT64_MAX, most.write);
+  EXPECT_EQ(UINT64_MAX, most.read);
   for (const auto& c : cases) {
     const EtaRemaining left = remaining_plan(c.run, c.interval_done * kMb, c.pass_done * kMb);
     EXPECT_EQ(c.left.interval * kMb, left.interval) << c.what;
