@@ -183,7 +183,7 @@ TEST(EtaProgress, OnAPseudoTerminalTheLineIsRewrittenInPlace) {
   }
   int lines = 0;
   int wipes = 0;
-  size_t standing = 0;  // length of the line on the terminal
+  size_t standing = 0;  // length of the text of the line on the terminal
   uint32_t last_test_percent = 0;
   std::string last;
   for (std::string row : rows) {
@@ -194,7 +194,7 @@ TEST(EtaProgress, OnAPseudoTerminalTheLineIsRewrittenInPlace) {
       ++lines;
       EXPECT_LE(row.size(), 79u) << row;
       EXPECT_GE(row.size(), standing) << "does not cover the line before: " << row;
-      standing = row.size();
+      standing = text.size();  // what shows: padding blanks over blanks
       const int megabytes = (lines - 1) % 4 + 1;  // 4 MB intervals
       EXPECT_EQ(std::to_string(megabytes), m[1]) << row;
       EXPECT_EQ(std::to_string(megabytes * 25), m[2]) << row;
