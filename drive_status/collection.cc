@@ -6,6 +6,7 @@
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "drive_status/dsc_config.h"
+#include "results/results_file.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "transport/command_buffers.h"
@@ -191,6 +192,21 @@ int read_drive_value(int keyword_index, double* value) {
   if (keyword_index >= 0 && keyword_index < kDscKeywordCount) result = read_value(keyword_index, value);
   flush_report_streams();
   return result;
+}
+
+void write_drive_status_fields(uint16_t kind) {
+  const DriveStatus& s = drive_status;
+  const bool write = kind == 0;
+  const bool compression = selected(write ? kDscWcmp : kDscRcmp);
+  const bool errors = selected(write ? kDscDrwr : kDscDecc);
+  if (!compression && !errors && !selected(kDscRpos) && !selected(kDscRwrc) && !selected(kDscTkrc)) return;
+  results_begin_object("drive_status");
+  if (compression) results_double("compression_ratio", write ? s.wcmp : s.rcmp);
+  if (errors) results_double(write ? "rwr_percentage" : "ecc_percentage", write ? s.drwr : s.decc);
+  if (selected(kDscRpos)) results_double("block_position", low_bits(s.rpos, 0xFFFFFFFFu));
+  if (selected(kDscRwrc)) results_double("read_write_retries", low_bits(s.rwrc, 0xFF));
+  if (selected(kDscTkrc)) results_double("tracking_retries", low_bits(s.tkrc, 0xFF));
+  results_end_object();
 }
 
 int collect_drive_status(uint16_t phase, uint16_t kind, double bytes) {

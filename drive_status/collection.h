@@ -26,3 +26,8 @@ int read_drive_value(int keyword_index, double* value);
 // `bytes` moved in the interval (0.0 before). Prints the after-phase lines.
 // 0, or -1 when a value cannot be read.
 int collect_drive_status(uint16_t phase, uint16_t kind, double bytes);
+
+// With `/json`: the interval record's "drive_status" object, the figures of
+// the interval just evaluated as its report lines print them (position and
+// retry counters cut to their low bits). Nothing when no figure is selected.
+void write_drive_status_fields(uint16_t kind);

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "console/log_output.h"
 #include "drive_status/log_parameters.h"
@@ -198,14 +199,21 @@ void print_reading(const HealthReading& r, bool after_test_start) {
   }
 }
 
-// The figures over the test, as printed and as recorded.
+// The figures over the test, as printed and as the results file takes them.
 struct Changes {
-  NamedFigure figures[kMaxHealthChanges];
+  struct Figure {
+    const char* key;
+    double value;
+  } figures[6];
   unsigned count;
+  bool cleaning_known;
+  bool cleaning_required;
+  bool cleaning_new;
+  unsigned alerts_raised;
 };
 
 void add_figure(Changes* changes, const char* key, double value) {
-  if (changes->count < kMaxHealthChanges) changes->figures[changes->count++] = {key, value};
+  if (changes->count < std::size(changes->figures)) changes->figures[changes->count++] = {key, value};
 }
 
 void change_ratio(Changes* changes, const char* label, const char* key, unsigned host, unsigned tape) {
@@ -234,10 +242,10 @@ void change_rate(Changes* changes, const char* label, const char* key, unsigned 
   add_figure(changes, key, rate);
 }
 
-void print_changes(HealthRecord* record) {
+void print_changes(Changes* changes_out) {
   const DriveHealth& h = drive_health;
   report_printf("  over the test:\r\n");
-  Changes changes{};
+  Changes& changes = *changes_out;
   change_ratio(&changes, "write compression ratio", "write_compression_ratio", kBytesFromHost, kBytesToTape);
   change_ratio(&changes, "read compression ratio", "read_compression_ratio", kBytesToHost, kBytesFromTape);
   change_rate(&changes, "write errors corrected per GB", "write_errors_corrected_per_gb", kWriteCorrected,
@@ -259,33 +267,67 @@ void print_changes(HealthRecord* record) {
   if (known) health_line("cleaning required", "%s", now ? (before ? "yes" : "yes (new)") : "no");
   const unsigned raised = static_cast<unsigned>(std::popcount(h.alerts_raised));
   if (c.tapealert_read || h.alerts_raised != 0) health_line("TapeAlert flags raised", "%u", raised);
-  for (unsigned i = 0; i < changes.count; ++i) record->changes[i] = changes.figures[i];
-  record->change_count = static_cast<uint8_t>(changes.count);
-  record->cleaning_known = known;
-  record->cleaning_required = now;
-  record->cleaning_new = now && !before;
-  record->alerts_raised = raised;
+  changes.cleaning_known = known;
+  changes.cleaning_required = now;
+  changes.cleaning_new = now && !before;
+  changes.alerts_raised = raised;
 }
 
-// The reading as the results file takes it (the figures over the test are
-// added by print_changes).
-void fill_record(const HealthReading& r, uint32_t iteration, HealthRecord* record) {
-  record->iteration = iteration;
-  record->pages_known = r.pages_known;
+// The health record of the results file: the reading, and after an
+// iteration the figures over the test.
+void write_health_record(const HealthReading& r, uint32_t iteration, const Changes& changes) {
+  results_begin("health");
+  results_unsigned("iteration", iteration);  // 0: before the test
+  if (iteration == 0) write_preflight_object();
+  if (r.pages_known) {
+    results_begin_array("pages");
+    for (unsigned code = 0; code < 64; ++code) {
+      if (r.listed[code]) results_unsigned(nullptr, code);
+    }
+    results_end_array();
+  } else {
+    results_null("pages");
+  }
+  results_begin_array("failed_pages");  // left out after a failure
   for (unsigned code = 0; code < 64; ++code) {
-    if (r.listed[code]) record->listed_pages[record->listed_count++] = static_cast<uint8_t>(code);
-    if (drive_health.page_failed[code]) record->failed_pages[record->failed_count++] = static_cast<uint8_t>(code);
+    if (drive_health.page_failed[code]) results_unsigned(nullptr, code);
   }
-  record->tapealert_read = r.tapealert_read;
-  for (unsigned flag = 1; flag <= 64; ++flag) {
-    if (((r.alerts >> (flag - 1)) & 1) == 0) continue;
-    const TapeAlertFlag& f = tapealert_flag(flag);
-    const bool fresh = iteration > 0 && ((drive_health.baseline.alerts >> (flag - 1)) & 1) == 0;
-    record->flags[record->flag_count++] = {static_cast<uint8_t>(flag), f.name, severity_name(f.severity), fresh};
+  results_end_array();
+  if (r.tapealert_read) {
+    results_begin_array("tapealert");
+    for (unsigned flag = 1; flag <= 64; ++flag) {
+      if (((r.alerts >> (flag - 1)) & 1) == 0) continue;
+      const TapeAlertFlag& f = tapealert_flag(flag);
+      results_begin_object(nullptr);
+      results_unsigned("flag", flag);
+      results_text("name", f.name);
+      results_text("severity", severity_name(f.severity));
+      results_bool("new", iteration > 0 && ((drive_health.baseline.alerts >> (flag - 1)) & 1) == 0);
+      results_end_object();
+    }
+    results_end_array();
+  } else {
+    results_null("tapealert");
   }
-  for (unsigned c = 0; c < kHealthCounterCount && record->counter_count < kMaxHealthCounters; ++c) {
-    if (r.has[c]) record->counters[record->counter_count++] = {kCounters[c].key, r.value[c]};
+  results_begin_object("counters");
+  for (unsigned c = 0; c < kHealthCounterCount; ++c) {
+    if (r.has[c]) results_unsigned(kCounters[c].key, r.value[c]);
   }
+  results_end_object();
+  if (iteration > 0) {
+    results_begin_object("over_the_test");
+    for (unsigned i = 0; i < changes.count; ++i) results_double(changes.figures[i].key, changes.figures[i].value);
+    if (changes.cleaning_known) {
+      results_bool("cleaning_required", changes.cleaning_required);
+      results_bool("cleaning_required_new", changes.cleaning_new);
+    } else {
+      results_null("cleaning_required");
+      results_null("cleaning_required_new");
+    }
+    results_unsigned("tapealert_raised", changes.alerts_raised);
+    results_end_object();
+  }
+  results_end();
 }
 
 }  // namespace
@@ -321,19 +363,8 @@ void report_drive_health(uint32_t iteration) {
   h.current = reading;
   ++h.readings;
   print_reading(reading, h.readings > 1);
-  static HealthRecord record;  // large: kept off the stack
-  record = HealthRecord{};
-  fill_record(reading, iteration, &record);
-  if (h.readings > 1) print_changes(&record);
-  if (results_enabled()) {
-    const PreflightResult& p = preflight_result;
-    const PreflightRecord preflight{p.block_limits_read,  p.min_block,
-                                    p.max_block,          p.adapter_known,
-                                    p.adapter.max_transfer_bytes, p.adapter.max_segments,
-                                    p.adapter.reserved_bytes,     p.adapter.source,
-                                    p.largest_fitting_transfer,   p.warned ? p.warning : nullptr};
-    if (iteration == 0) record.preflight = &preflight;
-    results_write_health(record);
-  }
+  Changes changes{};
+  if (h.readings > 1) print_changes(&changes);
+  if (results_enabled()) write_health_record(reading, iteration, changes);
   flush_report_streams();
 }

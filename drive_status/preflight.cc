@@ -5,6 +5,7 @@
 
 #include "console/log_output.h"
 #include "drive_status/drive_health.h"
+#include "results/results_file.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "transport/device_table.h"
@@ -142,4 +143,30 @@ void run_preflight() {
   read_adapter_limits(&r);
   warn_if_over(&r);
   flush_report_streams();
+}
+
+void write_preflight_object() {
+  const PreflightResult& p = preflight_result;
+  // Figures the drive or the platform did not give, and limits of 0, are null.
+  auto known = [](const char* name, bool given, uint32_t value) {
+    if (given && value != 0) {
+      results_unsigned(name, value);
+    } else {
+      results_null(name);
+    }
+  };
+  results_begin_object("preflight");
+  if (p.block_limits_read) {
+    results_unsigned("min_block", p.min_block);
+  } else {
+    results_null("min_block");
+  }
+  known("max_block", p.block_limits_read, p.max_block);
+  known("adapter_max_transfer", p.adapter_known, p.adapter.max_transfer_bytes);
+  results_text("adapter_max_transfer_source", p.adapter_known ? p.adapter.source : nullptr);
+  known("adapter_max_segments", p.adapter_known, p.adapter.max_segments);
+  known("sg_reserved_bytes", p.adapter_known, p.adapter.reserved_bytes);
+  known("largest_fitting_transfer", true, p.largest_fitting_transfer);
+  results_text("warning", p.warned ? p.warning : nullptr);
+  results_end_object();
 }

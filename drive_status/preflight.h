@@ -27,6 +27,9 @@ void reset_preflight();
 // Prints the "drive health preflight" section and at most one WARNING line.
 void run_preflight();
 
+// With `/json`, inside the first health record: the "preflight" object.
+void write_preflight_object();
+
 // The largest transfer length, a whole number of `block_size` bytes (any
 // length in variable block mode, `block_size` 0), within `limit`.
 uint32_t largest_transfer_within(uint32_t limit, uint32_t block_size);

@@ -5,6 +5,7 @@
 
 #include "console/clock.h"
 #include "console/log_output.h"
+#include "results/results_file.h"
 
 namespace {
 
@@ -240,6 +241,35 @@ const IntervalTiming* last_interval_timing() {
 
 uint64_t timed_second_bytes(uint32_t index) {
   return index < timing.second_capacity ? timing.second_bytes[index].load(kRelaxed) : 0;
+}
+
+void write_interval_timing_fields(uint8_t kind, uint32_t iteration, uint32_t number) {
+  const IntervalTiming* t = last_interval_timing();
+  if (t == nullptr || t->kind != kind || t->iteration != iteration || t->number != number) return;
+  auto ms = [](uint64_t ns) { return static_cast<double>(ns) / 1e6; };
+  results_begin_object("latency");
+  results_double("min_ms", ms(t->latency.min_ns));
+  results_double("median_ms", ms(t->latency.median_ns));
+  results_double("p90_ms", ms(t->latency.p90_ns));
+  results_double("p99_ms", ms(t->latency.p99_ns));
+  results_double("max_ms", ms(t->latency.max_ns));
+  results_end_object();
+  results_begin_object("stalls");
+  results_unsigned("count", t->stalls.count);
+  results_bool("exact", t->stalls.exact);
+  results_begin_array("longest");
+  for (uint32_t i = 0; i < t->stalls.listed && i < kStallsInResults; ++i) {
+    results_begin_object(nullptr);
+    results_unsigned("command", t->stalls.longest[i].command);
+    results_double("ms", ms(t->stalls.longest[i].duration_ns));
+    results_end_object();
+  }
+  results_end_array();
+  results_end_object();
+  results_begin_array("per_second");  // the last second is partial
+  for (uint32_t j = 0; j < t->seconds; ++j) results_unsigned(nullptr, timed_second_bytes(t->first_second + j));
+  results_end_array();
+  if (!t->seconds_complete) results_bool("per_second_complete", false);
 }
 
 const TimingSnapshot& take_timing_snapshot() {

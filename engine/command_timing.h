@@ -54,6 +54,14 @@ void close_timed_interval();
 const IntervalTiming* last_interval_timing();
 uint64_t timed_second_bytes(uint32_t index);
 
+// With `/json`, inside the interval record: when the interval closed last is
+// the one named, its `latency` (milliseconds), `stalls` (the count and the
+// kStallsInResults longest) and `per_second` (bytes moved in each second of
+// the interval, the last one partial; `per_second_complete` false when the
+// table ran out). Nothing for any other interval.
+constexpr uint32_t kStallsInResults = 8;
+void write_interval_timing_fields(uint8_t kind, uint32_t iteration, uint32_t number);
+
 struct TimingSnapshot {
   const IntervalTiming* intervals;  // the finished ones, in order
   uint32_t count;

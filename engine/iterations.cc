@@ -54,78 +54,58 @@ const TestKind kReadTest = {
 
 uint32_t current_iteration = 0;  // for the results file and the command timing
 
-bool selected(int keyword) { return dsc_entries[keyword].selected != 0; }
+// How an interval ended, as the results file names it.
+enum class IntervalEnd : uint8_t { complete, end_of_medium, blank_check, error, miscompare };
 
-// The drive status figures of an interval as its report lines print them.
-void add_drive_status_figures(const TestKind& test, IntervalRecord* record) {
-  const DriveStatus& s = drive_status;
-  auto add = [record](const char* name, double value) {
-    if (record->drive_status_count < kMaxIntervalFigures) {
-      record->drive_status[record->drive_status_count++] = {name, value};
-    }
-  };
-  // Position and retry counters as the report prints them: their low bits.
-  auto low_bits = [](double reading, uint64_t mask) {
-    return static_cast<double>(static_cast<uint64_t>(reading) & mask);
-  };
-  if (test.kind == 0 && selected(kDscWcmp)) add("compression_ratio", s.wcmp);
-  if (test.kind == 0 && selected(kDscDrwr)) add("rwr_percentage", s.drwr);
-  if (test.kind == 1 && selected(kDscRcmp)) add("compression_ratio", s.rcmp);
-  if (test.kind == 1 && selected(kDscDecc)) add("ecc_percentage", s.decc);
-  if (selected(kDscRpos)) add("block_position", low_bits(s.rpos, 0xFFFFFFFFu));
-  if (selected(kDscRwrc)) add("read_write_retries", low_bits(s.rwrc, 0xFF));
-  if (selected(kDscTkrc)) add("tracking_retries", low_bits(s.tkrc, 0xFF));
-}
-
-uint64_t timed_bytes_of_second(uint32_t first_second, uint32_t j) { return timed_second_bytes(first_second + j); }
-
-// The command timing's record of the interval just closed, for the results file.
-void add_timing_figures(const TestKind& test, uint32_t number, IntervalTimingFigures* f) {
-  const IntervalTiming* t = last_interval_timing();
-  if (t == nullptr || t->kind != test.kind || t->number != number || t->iteration != current_iteration) return;
-  f->timed = true;
-  f->min_ns = t->latency.min_ns;
-  f->median_ns = t->latency.median_ns;
-  f->p90_ns = t->latency.p90_ns;
-  f->p99_ns = t->latency.p99_ns;
-  f->max_ns = t->latency.max_ns;
-  f->stall_count = t->stalls.count;
-  f->stall_count_exact = t->stalls.exact;
-  for (uint32_t i = 0; i < t->stalls.listed && f->longest_count < kMaxIntervalStalls; ++i) {
-    f->longest[f->longest_count++] = {t->stalls.longest[i].command, t->stalls.longest[i].duration_ns};
+const char* end_kind(IntervalEnd end) {
+  switch (end) {
+    case IntervalEnd::complete: return "complete";
+    case IntervalEnd::end_of_medium: return "eom";
+    case IntervalEnd::blank_check: return "blank_check";
+    case IntervalEnd::error: return "error";
+    case IntervalEnd::miscompare: return "miscompare";
   }
-  f->second_bytes = timed_bytes_of_second;
-  f->first_second = t->first_second;
-  f->seconds = t->seconds;
-  f->seconds_complete = t->seconds_complete;
+  return "error";
 }
 
 // The results file's record of one interval; nothing without `/json`.
+// `commands` were issued (after EOM or blank check the one that met it
+// included), `amount` and the rate as the report prints them.
 void record_interval(const TestKind& test, uint32_t number, uint32_t commands, double amount,
                      double elapsed, IntervalEnd end, bool with_drive_status) {
   if (!results_enabled()) return;
-  IntervalRecord r{};
-  r.iteration = current_iteration;
-  r.index = number;
-  r.interval_count = test_plan.interval_count;
-  r.test = test.record_name;
-  r.planned_mb = test_plan.megabytes_per_interval;
-  r.planned_commands = test_plan.commands_per_interval;
-  r.commands = commands;
-  r.transfer_bytes = test_settings.max_transfer_length;
-  r.actual_mb = amount;
-  r.seconds = elapsed;
-  r.kb_per_second = transfer_rate_kb_per_second(amount, elapsed);
-  r.end = end;
-  if (end == IntervalEnd::miscompare) {
-    r.miscompare_command = last_loop_end.command;
-    r.miscompare_offset = last_loop_end.offset;
-    r.expected_byte = last_loop_end.expected;
-    r.read_byte = last_loop_end.read;
+  const uint64_t transfer_bytes = test_settings.max_transfer_length;
+  const uint64_t bytes = commands * transfer_bytes;
+  results_begin("interval");
+  results_unsigned("iteration", current_iteration);
+  results_text("test", test.record_name);
+  results_unsigned("index", number);
+  results_unsigned("interval_count", test_plan.interval_count);
+  results_double("planned_mb", test_plan.megabytes_per_interval);
+  results_unsigned("planned_bytes", test_plan.commands_per_interval * transfer_bytes);
+  results_unsigned("planned_commands", test_plan.commands_per_interval);
+  results_double("actual_mb", amount);
+  results_unsigned("actual_bytes", bytes);
+  results_unsigned("commands", commands);
+  results_double("seconds", elapsed);
+  results_unsigned("kb_per_second", transfer_rate_kb_per_second(amount, elapsed));
+  if (elapsed > 0.0) {
+    results_double("bytes_per_second", static_cast<double>(bytes) / elapsed);
+  } else {
+    results_null("bytes_per_second");
   }
-  if (with_drive_status) add_drive_status_figures(test, &r);
-  add_timing_figures(test, number, &r.timing);
-  results_write_interval(r);
+  results_begin_object("end");
+  results_text("kind", end_kind(end));
+  if (end == IntervalEnd::miscompare) {  // the read command within the interval, from 1
+    results_unsigned("command", last_loop_end.command);
+    results_unsigned("offset", last_loop_end.offset);
+    results_unsigned("expected", last_loop_end.expected);
+    results_unsigned("read", last_loop_end.read);
+  }
+  results_end_object();
+  if (with_drive_status) write_drive_status_fields(test.kind);
+  write_interval_timing_fields(static_cast<uint8_t>(test.kind), current_iteration, number);
+  results_end();
   results_note_totals(test_totals.bytes_written, test_totals.bytes_verified);
 }
 
@@ -220,10 +200,20 @@ void note_verdicts(uint32_t iteration, bool rwr, bool ecc) {
   if (ecc && s.max_ecc_percentage > test_totals.worst_ecc_percentage) {
     test_totals.worst_ecc_percentage = s.max_ecc_percentage;
   }
-  if (results_enabled()) {
-    results_write_iteration(
-        {iteration, rwr, s.max_rwr_percentage, ecc, s.max_ecc_percentage, percentage_limit});
-  }
+  if (!results_enabled()) return;
+  auto write_verdict = [](const char* name, bool chosen, double percentage) {
+    if (!chosen) return results_null(name);
+    results_begin_object(name);
+    results_double("max_percentage", percentage);
+    results_text("verdict", verdict(percentage));
+    results_end_object();
+  };
+  results_begin("iteration");
+  results_unsigned("iteration", iteration);
+  write_verdict("rwr", rwr, s.max_rwr_percentage);
+  write_verdict("ecc", ecc, s.max_ecc_percentage);
+  results_double("limit_percentage", percentage_limit);
+  results_end();
 }
 
 // One iteration: write test, rewind, read/compare test, rewind, the RWR/ECC

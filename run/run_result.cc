@@ -53,6 +53,40 @@ bool unit_serial_number(std::string* serial) {
 
 const char* text_or_null(const std::string& text, bool present) { return present ? text.c_str() : nullptr; }
 
+// The settings as the options resolved them.
+void write_settings_object(const TestSettings& s) {
+  static const char* const kPatterns[] = {"null", "pseudo-random", "file"};
+  auto text_if = [](const char* name, bool present, const char* text) { results_text(name, present ? text : nullptr); };
+  results_begin_object("settings");
+  results_text("output_file", s.output_file_name);
+  results_bool("output_append", s.output_file_mode[0] == 'a');
+  text_if("cdb_list_file", s.cdb_list_enabled != 0, s.cdb_list_file_name);
+  results_text("data_pattern", kPatterns[s.data_pattern_type < 3 ? s.data_pattern_type : 0]);
+  results_bool("pattern_repeats_per_block", s.random_pattern_repeats != 0);
+  text_if("pattern_file", s.data_pattern_type == 2, s.pattern_file_name);
+  results_unsigned("density_code", s.density_code);
+  results_unsigned("iterations", s.iterations);
+  results_double("megabytes", s.total_megabytes);
+  if (s.interval_given) {
+    results_double("interval_megabytes", s.interval_megabytes);
+  } else {
+    results_null("interval_megabytes");
+  }
+  results_unsigned("logical_block_size", s.logical_block_size);
+  results_bool("block_size_from_mode_sense", s.block_size_from_mode_sense != 0);
+  results_unsigned("max_transfer_length", s.max_transfer_length);
+  results_bool("drive_status", s.drive_status_enabled != 0);
+  results_unsigned("status_delay_ms", s.status_delay_ms);
+  results_bool("unload_each_iteration", s.unload_each_iteration != 0);
+  results_bool("virtual_drive", s.virtual_drive_enabled != 0);
+  text_if("virtual_drive_file", s.virtual_drive_file_name[0] != '\0', s.virtual_drive_file_name);
+  results_text("results_file", s.results_file_name);
+  results_bool("strict", s.strict_exit != 0);
+  results_bool("health", s.health_enabled != 0);
+  text_if("chart_file", s.chart_enabled != 0, s.chart_file_name);
+  results_end_object();
+}
+
 }  // namespace
 
 std::vector<std::string> pass_blockers(double asked_megabytes) {
@@ -112,30 +146,44 @@ void write_run_record(int argument_count, char** arguments, bool drive_answered)
         platform.device_node != nullptr && platform.device_node(name, unit, node, sizeof node) == 0;
     device = has_node ? node : name;
   }
-  RunRecord run{};
-  run.program_version = kProgramVersion;
-  run.argument_count = argument_count > 0 ? argument_count - 1 : 0;
-  run.arguments = arguments + 1;
-  run.settings = &test_settings;
-  run.platform = platform.name;
-  run.device = device;
-  run.vendor = text_or_null(vendor, drive_answered);
-  run.product = text_or_null(product, drive_answered);
-  run.revision = text_or_null(revision, drive_answered);
-  run.serial = text_or_null(serial, has_serial);
-  results_write_run(run);
+  const TestSettings& s = test_settings;
+  results_begin("run");
+  results_text("version", kProgramVersion);
+  results_begin_array("options");  // as given, argument 0 left out
+  for (int i = 1; i < argument_count; ++i) results_text(nullptr, arguments[i]);
+  results_end_array();
+  write_settings_object(s);
+  results_begin_object("address");
+  results_unsigned("hanum", s.host_adapter_number);
+  results_unsigned("bus", s.bus_number);
+  results_unsigned("id", s.scsi_id);
+  results_unsigned("lun", s.lun);
+  results_end_object();
+  results_begin_object("access");
+  results_text("platform", platform.name);
+  results_text("device", device);  // how the drive was reached: node or device name
+  results_end_object();
+  results_begin_object("drive");  // Inquiry texts, blanks cut; null when the drive gave none
+  results_text("vendor", text_or_null(vendor, drive_answered));
+  results_text("product", text_or_null(product, drive_answered));
+  results_text("revision", text_or_null(revision, drive_answered));
+  results_text("serial", text_or_null(serial, has_serial));
+  results_end_object();
+  results_time_now("start_time");
+  results_end();
 }
 
 void write_result_record(int code, const std::vector<std::string>& reasons) {
   if (!results_enabled()) return;
-  std::vector<const char*> texts;
-  for (const std::string& reason : reasons) texts.push_back(reason.c_str());
-  ResultRecord result{};
-  result.exit_code = code;
-  result.status = code == 0 && reasons.empty() ? "passed" : "failed";
-  result.reasons = texts.data();
-  result.reason_count = static_cast<unsigned>(texts.size());
-  result.bytes_written = test_totals.bytes_written;
-  result.bytes_verified = test_totals.bytes_verified;
-  results_write_result(result);
+  results_begin("result");
+  results_signed("exit_code", code);
+  results_text("status", code == 0 && reasons.empty() ? "passed" : "failed");
+  results_begin_array("reasons");
+  for (const std::string& reason : reasons) results_text(nullptr, reason.c_str());
+  results_end_array();
+  results_unsigned("bytes_written", test_totals.bytes_written);
+  results_unsigned("bytes_verified", test_totals.bytes_verified);
+  results_elapsed_seconds("elapsed_seconds");
+  results_time_now("end_time");
+  results_end();
 }
