@@ -5,6 +5,7 @@
 // file of the program asks which system it runs on.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -48,6 +49,13 @@ void os_remove_break_handler();
 // Sends this process a CTRL-C, as the operator's key would (the virtual
 // drive's break fault).
 void os_send_break();
+
+// The machine's name as the system knows it (POSIX gethostname, Windows
+// GetComputerNameA), cut to `size` - 1 bytes. 0, or -1 with "" when the
+// system gives none.
+int os_host_name(char* name, size_t size);
+// The id of this process.
+uint32_t os_process_id();
 
 // Ends the process at once with `code`: no static destructors, no atexit
 // handlers; open C streams are not flushed (flush them first).

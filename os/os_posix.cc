@@ -141,4 +141,17 @@ void os_remove_break_handler() {
 
 void os_send_break() { kill(getpid(), SIGINT); }
 
+int os_host_name(char* name, size_t size) {
+  if (size == 0) return -1;
+  // gethostname need not terminate a name that it cut.
+  if (gethostname(name, size) != 0) {
+    name[0] = '\0';
+    return -1;
+  }
+  name[size - 1] = '\0';
+  return name[0] != '\0' ? 0 : -1;
+}
+
+uint32_t os_process_id() { return static_cast<uint32_t>(getpid()); }
+
 void os_exit_now(int code) { _exit(code); }

@@ -93,6 +93,20 @@ void os_remove_break_handler() {
 
 void os_send_break() { GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0); }
 
+int os_host_name(char* name, size_t size) {
+  if (size == 0) return -1;
+  char whole[MAX_COMPUTERNAME_LENGTH + 1];
+  DWORD length = sizeof whole;
+  if (!GetComputerNameA(whole, &length)) {
+    name[0] = '\0';
+    return -1;
+  }
+  std::snprintf(name, size, "%s", whole);
+  return name[0] != '\0' ? 0 : -1;
+}
+
+uint32_t os_process_id() { return static_cast<uint32_t>(GetCurrentProcessId()); }
+
 void os_exit_now(int code) {
   ExitProcess(static_cast<UINT>(code));
 }

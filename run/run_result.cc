@@ -1,10 +1,13 @@
 #include "run/run_result.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include "console/log_output.h"
 #include "engine/transfer_loops.h"
+#include "os/os.h"
 #include "results/results_file.h"
 #include "run/options.h"
 #include "settings/settings.h"
@@ -52,6 +55,28 @@ bool unit_serial_number(std::string* serial) {
 }
 
 const char* text_or_null(const std::string& text, bool present) { return present ? text.c_str() : nullptr; }
+
+// A name for this run that no other run shares, on this host or another: the
+// host name, the time of the run record to the microsecond (UTC) and the
+// process id, e.g. "tapehost-20261123T140509.123456Z-4242". Two hosts of
+// one name (cloned machines) would have to start a run in the same
+// microsecond with the same process id to collide.
+std::string make_run_id(const char* host) {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto microseconds =
+      std::chrono::duration_cast<std::chrono::microseconds>(now.time_since_epoch()).count() % 1000000;
+  std::tm utc{};
+  if (const std::tm* t = std::gmtime(&seconds)) utc = *t;
+  char time_text[24];
+  std::strftime(time_text, sizeof time_text, "%Y%m%dT%H%M%S", &utc);
+  char id[sizeof time_text + 48];
+  std::snprintf(id, sizeof id, "-%s.%06lldZ-%lu", time_text, static_cast<long long>(microseconds),
+                static_cast<unsigned long>(os_process_id()));
+  std::string run_id = host[0] != '\0' ? host : "unknown-host";
+  run_id += id;
+  return run_id;
+}
 
 // The settings as the options resolved them.
 void write_settings_object(const TestSettings& s) {
@@ -149,6 +174,10 @@ void write_run_record(int argument_count, char** arguments, bool drive_answered)
   const TestSettings& s = test_settings;
   results_begin("run");
   results_text("version", kProgramVersion);
+  char host[256];
+  const bool host_known = os_host_name(host, sizeof host) == 0;
+  results_text("host", host_known ? host : nullptr);
+  results_text("run_id", make_run_id(host_known ? host : "").c_str());
   results_begin_array("options");  // as given, argument 0 left out
   for (int i = 1; i < argument_count; ++i) results_text(nullptr, arguments[i]);
   results_end_array();

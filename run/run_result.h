@@ -16,7 +16,9 @@ std::vector<std::string> pass_blockers(double asked_megabytes);
 // the screen and in the report.
 void print_result_line(const std::vector<std::string>& reasons);
 
-// With `/json`: the run record. When `drive_answered` (setup found a tape
+// With `/json`: the run record (version, host, run_id, the options as given,
+// the settings, the address, how the drive was reached and what it says it
+// is, the start time). When `drive_answered` (setup found a tape
 // drive) it also asks the drive for its unit serial number: Inquiry VPD page
 // 00h, then page 80h when the drive lists it; a drive without it is no error.
 void write_run_record(int argument_count, char** arguments, bool drive_answered);

@@ -16,6 +16,11 @@ std::string summarize_record(const json& r) {
   const std::string kind = r.value("record", "");
   if (kind == "run") {
     if (!r.contains("options") || !r.contains("settings") || !r.contains("start_time")) return "";
+    // Which machine ran it, and a name no other run shares.
+    if (!r.contains("host") || !r.contains("run_id") || !r["host"].is_string() || !r["run_id"].is_string() ||
+        r["run_id"].get<std::string>().rfind(r["host"].get<std::string>() + "-", 0) != 0) {
+      return "";
+    }
     return "run:" + text_or_dash(r["drive"]["serial"]);
   }
   if (kind == "interval") {
