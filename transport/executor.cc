@@ -6,6 +6,7 @@
 #include "transport/command_buffers.h"
 #include "transport/device_table.h"
 #include "os/os.h"
+#include "scsi/operation_codes.h"
 #include "transport/scsi_transport.h"
 
 namespace {
@@ -73,21 +74,21 @@ void copy_sense(uint8_t sense_length, bool data_phase_used_sense_buffer) {
 
 DataDirection data_direction_for(uint8_t operation_code) {
   switch (operation_code) {
-    case 0x0A:  // Write(6)
-    case 0x13:  // Verify(6)
-    case 0x15:  // Mode Select(6)
-    case 0x1D:  // Send Diagnostic
-    case 0x2A:  // Write(10)
-    case 0x2E:  // Write and Verify(10)
-    case 0x2F:  // Verify(10)
-    case 0x3B:  // Write Buffer
-    case 0x3F:  // Write Long
-    case 0x4C:  // Log Select
-    case 0x55:  // Mode Select(10)
-    case 0xAA:  // Write(12)
-    case 0xAE:  // Write and Verify(12)
-    case 0xAF:  // Verify(12)
-    case 0xB6:  // Send Volume Tag
+    case kOpWrite6:
+    case kOpVerify6:
+    case kOpModeSelect6:
+    case kOpSendDiagnostic:
+    case kOpWrite10:
+    case kOpWriteAndVerify10:
+    case kOpVerify10:
+    case kOpWriteBuffer:
+    case kOpWriteLong10:
+    case kOpLogSelect:
+    case kOpModeSelect10:
+    case kOpWrite12:
+    case kOpWriteAndVerify12:
+    case kOpVerify12:
+    case kOpSendVolumeTag:
       return DataDirection::out;
     default:
       return DataDirection::in;

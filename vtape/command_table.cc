@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "scsi/operation_codes.h"
 #include "vtape/commands.h"
 
 namespace {
@@ -17,21 +18,21 @@ struct CommandTable {
 
 CommandTable make_table() {
   CommandTable t{};
-  t.entries[0x00] = {test_unit_ready, true, false};
-  t.entries[0x01] = {rewind, true, false};
-  t.entries[0x03] = {request_sense, false, true};
-  t.entries[0x05] = {read_block_limits, false, false};
-  t.entries[0x08] = {read6, true, false};
-  t.entries[0x0A] = {write6, true, false};
-  t.entries[0x10] = {write_filemarks, true, false};
-  t.entries[0x11] = {space6, true, false};
-  t.entries[0x12] = {inquiry, false, true};
-  t.entries[0x15] = {mode_select6, false, false};
-  t.entries[0x1A] = {mode_sense6, false, false};
-  t.entries[0x1B] = {load_unload, false, false};
-  t.entries[0x1E] = {prevent_allow, false, false};
-  t.entries[0x34] = {read_position, true, false};
-  t.entries[0x4D] = {log_sense, false, false};
+  t.entries[kOpTestUnitReady] = {test_unit_ready, true, false};
+  t.entries[kOpRewind] = {rewind, true, false};
+  t.entries[kOpRequestSense] = {request_sense, false, true};
+  t.entries[kOpReadBlockLimits] = {read_block_limits, false, false};
+  t.entries[kOpRead6] = {read6, true, false};
+  t.entries[kOpWrite6] = {write6, true, false};
+  t.entries[kOpWriteFilemarks6] = {write_filemarks, true, false};
+  t.entries[kOpSpace6] = {space6, true, false};
+  t.entries[kOpInquiry] = {inquiry, false, true};
+  t.entries[kOpModeSelect6] = {mode_select6, false, false};
+  t.entries[kOpModeSense6] = {mode_sense6, false, false};
+  t.entries[kOpLoadUnload] = {load_unload, false, false};
+  t.entries[kOpPreventAllowMediumRemoval] = {prevent_allow, false, false};
+  t.entries[kOpReadPosition] = {read_position, true, false};
+  t.entries[kOpLogSense] = {log_sense, false, false};
   return t;
 }
 
@@ -46,7 +47,7 @@ bool report_not_ready(VirtualDrive* drive, uint8_t opcode, CommandAnswer* answer
   } else if (drive->medium == MediumState::unloaded) {
     check_condition(answer, kSenseNotReady, 0x04, 0x02);
   } else if (drive->not_ready_polls_left > 0) {
-    if (opcode == 0x00) --drive->not_ready_polls_left;
+    if (opcode == kOpTestUnitReady) --drive->not_ready_polls_left;
     check_condition(answer, kSenseNotReady, 0x04, 0x01);
   } else {
     return false;
@@ -76,7 +77,7 @@ void execute_command(VirtualDrive* drive, const PassThroughRequest& request,
 
 void answer_missing_unit(const PassThroughRequest& request, CommandAnswer* answer) {
   start_answer(answer);
-  if (request.cdb[0] == 0x12) {
+  if (request.cdb[0] == kOpInquiry) {
     uint8_t data[36] = {0x7F, 0x00, 0x05, 0x02, 31};
     return_data(request, request.cdb[4], data, sizeof data, answer);
     return;

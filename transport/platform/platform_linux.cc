@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "console/log_output.h"
+#include "scsi/operation_codes.h"
 #include "transport/platform/platform.h"
 #include "transport/platform/platform_linux.h"
 #include "transport/platform/sg_io_linux.h"
@@ -237,7 +238,7 @@ uint8_t inquire_through_sg(const std::string& sg_name, uint8_t* inquiry, size_t 
   uint8_t sense[kSenseAreaSize] = {};
   PassThroughRequest request{};
   request.cdb_length = 6;
-  request.cdb[0] = 0x12;  // INQUIRY, allocation length 255
+  request.cdb[0] = kOpInquiry;  // allocation length 255
   request.cdb[4] = 0xFF;
   request.direction = DataDirection::in;
   request.data = data;

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "run/run_sequence.h"
+#include "scsi/operation_codes.h"
 #include "testing/screen_capture.h"
 #include "transport/platform/platform.h"
 #include "transport/platform/sg_io_linux.h"
@@ -432,7 +433,7 @@ TEST_F(Linux, SetupSaysWhyTheDriveCannotBeTested) {
     add_unit("0:0:2:0", c.type, c.unit_driver, "sg1", inquiry_data(static_cast<uint8_t>(c.type), "UNIT"), c.tape);
     if (c.error != 0) kernel.open_errors[node(c.held_node)] = c.error;
     kernel.answer = [&](sg_io_hdr_t& h) {
-      if (h.cmdp[0] == 0x12) std::memcpy(h.dxferp, inquiry_data(0x08, "CHANGER").data(), 36);
+      if (h.cmdp[0] == kOpInquiry) std::memcpy(h.dxferp, inquiry_data(0x08, "CHANGER").data(), 36);
       return 0;
     };
     fs::current_path(root);  // the output file goes into the tree
