@@ -195,11 +195,12 @@ const GoldenCase kGoldenCases[] = {
      false, 1},
     {"fault_error_rates", "/megs 2 /sdint 1 /dsc VIRTUAL-TAPE /cfile bftdtest.cdb /vtape drive.vtape",
      "rewrite_percent = 5\ncorrected_percent = 2\n", true, 0},
-    // 32 Writes and 32 Reads of about 16 ms each at 4 MB/s; every 10th takes
-    // 400 ms more: 6 stalls, far above 4x the median. The report is the
-    // classic one.
+    // 32 Writes and 32 Reads of about 62 ms each at 1 MB/s; every 10th takes
+    // 600 ms more: 6 stalls, far above 4x the median, while a busy host would
+    // have to hold a command for more than 190 ms to add one. The report is
+    // the classic one.
     {"streaming_chart", "/megs 2 /plot chart.svg /json results.jsonl /vtape drive.vtape",
-     "rate_mb_s = 4\ncompression = off\nrate_jitter_percent = 20\nbackhitch_every = 10\nbackhitch_ms = 400\n",
+     "rate_mb_s = 1\ncompression = off\nrate_jitter_percent = 20\nbackhitch_every = 10\nbackhitch_ms = 600\n",
      false, 0, nullptr, "run:VT00000001 write:complete read_compare:complete iteration result:passed:0", 6},
 };
 
