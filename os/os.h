@@ -1,6 +1,7 @@
 // Operating-system services that the program needs apart from SCSI
 // pass-through: the output lock, the millisecond pause, the monotonic clock, the console cursor,
-// the CTRL-C delivery and the immediate process exit. One implementation per
+// the CTRL-C delivery, the immediate process exit, the host name and process id, and the file lock and
+// atomic file replacement that the virtual library shares its directory with. One implementation per
 // operating system (os_posix.cc, os_win32.cc), chosen by the build; no other
 // file of the program asks which system it runs on.
 #pragma once
@@ -56,6 +57,21 @@ void os_send_break();
 int os_host_name(char* name, size_t size);
 // The id of this process.
 uint32_t os_process_id();
+
+// An exclusive lock on the file at `path` (created when missing) that other
+// processes see, and so do other locks of this process on the same file
+// (flock on POSIX, a share mode of none on Windows). Returns 0 with `lock`
+// set, 1 when someone else holds it, or -1 when the file cannot be opened.
+// The lock goes with os_unlock_file, or with the process.
+int os_try_lock_file(const char* path, intptr_t* lock);
+void os_unlock_file(intptr_t lock);
+
+// Puts the file `from` in the place of `to` in one step, so that a reader
+// sees either the old file or the new one, never a part. 0 or -1.
+int os_replace_file(const char* from, const char* to);
+
+// Creates the directory `path`; an existing directory is fine. 0 or -1.
+int os_make_directory(const char* path);
 
 // Ends the process at once with `code`: no static destructors, no atexit
 // handlers; open C streams are not flushed (flush them first).

@@ -1,10 +1,15 @@
 // POSIX services: pthread mutex for the output lock, nanosleep, ANSI cursor
-// sequences on a terminal, and CTRL-C received with sigwait on a dedicated
-// thread while SIGINT stays blocked in the test thread.
+// sequences on a terminal, CTRL-C received with sigwait on a dedicated
+// thread while SIGINT stays blocked in the test thread, flock for the file
+// lock and rename for the atomic replacement.
 #include "os/os.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -155,3 +160,26 @@ int os_host_name(char* name, size_t size) {
 uint32_t os_process_id() { return static_cast<uint32_t>(getpid()); }
 
 void os_exit_now(int code) { _exit(code); }
+
+int os_try_lock_file(const char* path, intptr_t* lock) {
+  const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  if (fd < 0) return -1;
+  // flock belongs to the open file, so a second open in this process conflicts too.
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    const int error = errno;
+    close(fd);
+    return error == EWOULDBLOCK ? 1 : -1;
+  }
+  *lock = fd;
+  return 0;
+}
+
+void os_unlock_file(intptr_t lock) { close(static_cast<int>(lock)); }
+
+int os_replace_file(const char* from, const char* to) { return rename(from, to) == 0 ? 0 : -1; }
+
+int os_make_directory(const char* path) {
+  if (mkdir(path, 0777) == 0) return 0;
+  struct stat info;
+  return errno == EEXIST && stat(path, &info) == 0 && S_ISDIR(info.st_mode) ? 0 : -1;
+}

@@ -1,6 +1,7 @@
 // Win32 services: a critical section for the output lock, Sleep, the console
-// cursor calls, and CTRL-C through the console control handler, which Windows
-// runs on a thread of its own.
+// cursor calls, CTRL-C through the console control handler, which Windows
+// runs on a thread of its own, a file opened without sharing for the file
+// lock, and MoveFileEx for the atomic replacement.
 #include "os/os.h"
 
 #include <fcntl.h>
@@ -109,4 +110,25 @@ uint32_t os_process_id() { return static_cast<uint32_t>(GetCurrentProcessId()); 
 
 void os_exit_now(int code) {
   ExitProcess(static_cast<UINT>(code));
+}
+
+int os_try_lock_file(const char* path, intptr_t* lock) {
+  // No sharing: while this handle is open every other open of the file fails.
+  HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                            nullptr);
+  if (file == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_SHARING_VIOLATION ? 1 : -1;
+  *lock = reinterpret_cast<intptr_t>(file);
+  return 0;
+}
+
+void os_unlock_file(intptr_t lock) { CloseHandle(reinterpret_cast<HANDLE>(lock)); }
+
+int os_replace_file(const char* from, const char* to) {
+  return MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) ? 0 : -1;
+}
+
+int os_make_directory(const char* path) {
+  if (CreateDirectoryA(path, nullptr)) return 0;
+  const DWORD attributes = GetFileAttributesA(path);
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? 0 : -1;
 }

@@ -39,13 +39,16 @@ CommandTable make_table() {
 const CommandTable kTable = make_table();
 
 // NOT READY for a command that needs the tape: no cartridge (3A/00), a
-// cartridge that is not threaded (04/02: a Load is needed), or one that is
-// still becoming ready after a load (04/01, counted down by Test Unit Ready).
+// cartridge that is not threaded (04/02: a Load is needed), one the drive
+// cannot use (30/00, for good), or one that is still becoming ready after a
+// load (04/01, counted down by Test Unit Ready).
 bool report_not_ready(VirtualDrive* drive, uint8_t opcode, CommandAnswer* answer) {
   if (drive->medium == MediumState::absent) {
     check_condition(answer, kSenseNotReady, 0x3A, 0x00);
   } else if (drive->medium == MediumState::unloaded) {
     check_condition(answer, kSenseNotReady, 0x04, 0x02);
+  } else if (incompatible_medium(*drive)) {
+    check_condition(answer, kSenseNotReady, 0x30, 0x00);  // INCOMPATIBLE MEDIUM INSTALLED
   } else if (drive->not_ready_polls_left > 0) {
     if (opcode == kOpTestUnitReady) --drive->not_ready_polls_left;
     check_condition(answer, kSenseNotReady, 0x04, 0x01);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "console/log_output.h"
+#include "vtape/description_values.h"
 
 void default_vtape_description(VtapeDescription* d) {
   *d = VtapeDescription{};
@@ -104,65 +105,6 @@ int read_description_number(const char* text, uint64_t* value) {
 
 namespace {
 
-// Where the reader is: for the error lines.
-struct LineContext {
-  const char* path;
-  unsigned line;
-  const char* key;
-};
-
-int bad_value(const LineContext& at, const char* value, const char* expected) {
-  error_printf(
-      "ERROR: virtual tape description \"%s\" line %u: bad value \"%s\" for key \"%s\" "
-      "(expected %s)\n",
-      at.path, at.line, value, at.key, expected);
-  return -1;
-}
-
-int number_in(const LineContext& at, const char* value, uint64_t low, uint64_t high,
-              uint64_t* out) {
-  uint64_t number = 0;
-  if (read_description_number(value, &number) != 0 || number < low || number > high) {
-    char expected[80];
-    std::snprintf(expected, sizeof expected, "a number from %llu to %llu",
-                  static_cast<unsigned long long>(low), static_cast<unsigned long long>(high));
-    return bad_value(at, value, expected);
-  }
-  *out = number;
-  return 0;
-}
-
-int number32(const LineContext& at, const char* value, uint64_t low, uint64_t high, uint32_t* out) {
-  uint64_t number = 0;
-  if (number_in(at, value, low, high, &number) != 0) return -1;
-  *out = static_cast<uint32_t>(number);
-  return 0;
-}
-
-int choice(const LineContext& at, const char* value, const char* yes, const char* no, bool* out) {
-  if (std::strcmp(value, yes) == 0) {
-    *out = true;
-  } else if (std::strcmp(value, no) == 0) {
-    *out = false;
-  } else {
-    char expected[64];
-    std::snprintf(expected, sizeof expected, "%s or %s", yes, no);
-    return bad_value(at, value, expected);
-  }
-  return 0;
-}
-
-int text_field(const LineContext& at, const char* value, char* out, size_t capacity) {
-  if (std::strlen(value) >= capacity) {
-    char expected[48];
-    std::snprintf(expected, sizeof expected, "at most %u characters",
-                  static_cast<unsigned>(capacity - 1));
-    return bad_value(at, value, expected);
-  }
-  std::snprintf(out, capacity, "%s", value);
-  return 0;
-}
-
 int density_list(const LineContext& at, const char* value, VtapeDescription* d) {
   char copy[256];
   std::snprintf(copy, sizeof copy, "%s", value);
@@ -229,25 +171,6 @@ int percent_value(const LineContext& at, const char* value, uint32_t* out) {
   return 0;
 }
 
-// A list of TapeAlert flags (1 to 64) or of log page codes (0 to 63),
-// separated by blanks or commas, into a set.
-int number_set(const LineContext& at, const char* value, uint64_t low, uint64_t high, bool* set) {
-  char copy[256];
-  std::snprintf(copy, sizeof copy, "%s", value);
-  char expected[64];
-  std::snprintf(expected, sizeof expected, "a list of numbers from %llu to %llu",
-                static_cast<unsigned long long>(low), static_cast<unsigned long long>(high));
-  unsigned count = 0;
-  for (char* token = std::strtok(copy, " ,\t"); token != nullptr; token = std::strtok(nullptr, " ,\t")) {
-    uint64_t n = 0;
-    if (read_description_number(token, &n) != 0 || n < low || n > high) return bad_value(at, value, expected);
-    set[n - low] = true;
-    ++count;
-  }
-  if (count == 0) return bad_value(at, value, expected);
-  return 0;
-}
-
 int tapealert_list(const LineContext& at, const char* value, uint64_t* flags) {
   bool set[64] = {};
   if (number_set(at, value, 1, 64, set) != 0) return -1;
@@ -269,8 +192,9 @@ int tapealert_write_spec(const LineContext& at, const char* value, VtapeDescript
   return 0;
 }
 
-// Applies one `key = value` pair. 0, or -1 after its message.
-int apply_key(const LineContext& at, const char* v, VtapeDescription* d) {
+// Applies one of the drive's keys. 0, -1 after its message, or 1 when the
+// key is not the drive's.
+int apply_drive_key(const LineContext& at, const char* v, VtapeDescription* d) {
   const char* k = at.key;
   uint64_t n = 0;
   if (std::strcmp(k, "capacity_mb") == 0) return number_in(at, v, 1, 1ull << 40, &d->capacity_mb);
@@ -333,8 +257,17 @@ int apply_key(const LineContext& at, const char* v, VtapeDescription* d) {
   if (std::strcmp(k, "log_page_failing") == 0) return number_set(at, v, 0, 63, d->log_page_failing);
   if (std::strcmp(k, "break_at_command") == 0)
     return number_in(at, v, 0, UINT64_MAX, &d->break_at_command);
+  return 1;
+}
+
+// Applies one `key = value` pair, the drive's or the library's. 0, or -1
+// after its message.
+int apply_key(const LineContext& at, const char* v, VtapeDescription* d, LibraryDescription* library) {
+  int result = apply_drive_key(at, v, d);
+  if (result == 1) result = apply_library_key(at, v, library);
+  if (result != 1) return result;
   error_printf("ERROR: virtual tape description \"%s\" line %u: unknown key \"%s\"\n", at.path,
-               at.line, k);
+               at.line, at.key);
   return -1;
 }
 
@@ -367,8 +300,9 @@ int check_consistency(const char* path, const VtapeDescription& d) {
 
 }  // namespace
 
-int read_vtape_description(const char* path, VtapeDescription* description) {
+int read_vtape_description(const char* path, VtapeDescription* description, LibraryDescription* library) {
   default_vtape_description(description);
+  default_library_description(library);
   FILE* file = std::fopen(path, "rb");
   if (file == nullptr) {
     error_printf("ERROR: unable to open virtual tape description \"%s\"\n", path);
@@ -400,10 +334,13 @@ int read_vtape_description(const char* path, VtapeDescription* description) {
     if (*value == '\0') {
       result = bad_value(at, value, "a value");
     } else {
-      result = apply_key(at, value, description);
+      result = apply_key(at, value, description, library);
     }
   }
   std::fclose(file);
-  if (result != 0) return -1;
-  return check_consistency(path, *description);
+  if (result != 0 || check_consistency(path, *description) != 0) return -1;
+  VtapeDescription defaults;
+  default_vtape_description(&defaults);
+  const bool serial_set = description->serial[0] != '\0' && std::strcmp(description->serial, defaults.serial) != 0;
+  return check_library_description(path, *library, serial_set, description->backing_file[0] != '\0');
 }

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "vtape/library_description.h"
+
 constexpr unsigned kMaxDensities = 8;
 constexpr unsigned kBackingFileCapacity = 256;
 
@@ -59,11 +61,12 @@ struct VtapeDescription {
 // The drive's defaults, used when no description file is given.
 void default_vtape_description(VtapeDescription* description);
 
-// Fills `description` with the defaults and then the keys of the file at
-// `path`. 0, or -1 after an "ERROR: ..." line on the error stream naming the
-// file, the line and the key (or that the file cannot be read); on -1 the
-// record holds the defaults and the keys read before the bad line.
-int read_vtape_description(const char* path, VtapeDescription* description);
+// Fills `description` and `library` with the defaults and then the keys of
+// the file at `path`. 0, or -1 after an "ERROR: ..." line on the error
+// stream naming the file, the line and the key (or that the file cannot be
+// read, or which keys do not fit together); on -1 the records hold the
+// defaults and the keys read before the bad line.
+int read_vtape_description(const char* path, VtapeDescription* description, LibraryDescription* library);
 
 // Reads one number in the program's number syntax: decimal, or octal,
 // hexadecimal, binary by a "0o"/"0x"/"0b"/"0d" prefix or an o/h/b/d suffix.

@@ -32,6 +32,8 @@ void request_sense(VirtualDrive* drive, const PassThroughRequest& request, Comma
     build_sense(data, kSenseNotReady, 0x3A, 0x00);
   } else if (drive->medium == MediumState::unloaded) {
     build_sense(data, kSenseNotReady, 0x04, 0x02);
+  } else if (incompatible_medium(*drive)) {
+    build_sense(data, kSenseNotReady, 0x30, 0x00);
   } else if (drive->not_ready_polls_left > 0) {
     build_sense(data, kSenseNotReady, 0x04, 0x01);
   } else {

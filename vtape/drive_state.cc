@@ -36,10 +36,12 @@ double jitter_factor(uint64_t command, uint32_t percent) {
 }
 }  // namespace
 
-VirtualDrive& virtual_drive() {
-  static VirtualDrive drive;
-  return drive;
+VirtualDrive& virtual_drive_at(unsigned index) {
+  static VirtualDrive drives[kMaxVirtualDrives];
+  return drives[index];
 }
+
+VirtualDrive& virtual_drive() { return virtual_drive_at(0); }
 
 void power_on_drive(VirtualDrive* drive, const VtapeDescription& description) {
   drive->description = description;
@@ -56,22 +58,27 @@ void power_on_drive(VirtualDrive* drive, const VtapeDescription& description) {
   start_counters(drive);
   drive->write_commands = 0;
   drive->read_commands = 0;
-  drive->commands = 0;
+  drive->reads_since_load = 0;
   drive->modified = false;
+  drive->medium_faults = 0;
+  drive->tape_in_file = false;
   drive->throttle_start = std::chrono::steady_clock::now();
   drive->throttle_bytes = 0;
-  drive->open = false;
-  drive->busy = false;
 }
 
 void load_cartridge(VirtualDrive* drive) {
   drive->medium = MediumState::loaded;
   rewind_cartridge(&drive->cartridge);
   start_counters(drive);
+  drive->reads_since_load = 0;
   drive->not_ready_polls_left = drive->description.not_ready_polls;
   drive->unit_attention = true;
   drive->unit_attention_asc = 0x28;  // NOT READY TO READY CHANGE, MEDIUM MAY HAVE CHANGED
   drive->unit_attention_ascq = 0x00;
+}
+
+bool incompatible_medium(const VirtualDrive& drive) {
+  return drive.medium == MediumState::loaded && (drive.medium_faults & kCartridgeUnloadable) != 0;
 }
 
 uint64_t early_warning_bytes(const VirtualDrive& drive) {

@@ -1,10 +1,10 @@
 // The virtual drive as one plain record: its description, the cartridge,
 // the mode parameters, the pending unit attention, the counters behind the
-// log pages and the fault counters. One drive exists per process
-// (`virtual_drive()`); the platform record serialises the commands on it.
+// log pages and the fault counters. A process has one drive
+// (`virtual_drive()`), or a virtual library's drives (`virtual_drive_at`);
+// the platform record serialises the commands on them.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 
@@ -41,19 +41,24 @@ struct VirtualDrive {
   uint64_t loads;            // cartridge threads since power-on (page 17h)
   uint64_t write_commands;  // Write(6) and Read(6) commands of the run (for the faults)
   uint64_t read_commands;
-  uint64_t commands;  // every command of the run (for the break fault)
+  uint64_t reads_since_load;  // Read(6) commands since the cartridge was threaded
   bool modified;  // the cartridge changed since it was loaded or saved
+  // In a library: the faults of the cartridge the drive holds
+  // (kCartridgeDamaged, kCartridgeUnloadable), and whether its tape still
+  // waits in the library directory, to be read before the drive uses it.
+  uint8_t medium_faults;
+  bool tape_in_file;
   // Throttle: tape bytes moved since `throttle_start`.
   std::chrono::steady_clock::time_point throttle_start;
   uint64_t throttle_bytes;
-  // Platform state: the open adapter handle, and the flag that serialises
-  // commands against a close from the CTRL-C thread.
-  std::atomic<bool> open;
-  std::atomic<bool> busy;
 };
 
-// The process's one virtual drive.
+constexpr unsigned kMaxVirtualDrives = 14;  // a library's drives at SCSI ids 2 to 15
+
+// The process's virtual drive (a library's first drive).
 VirtualDrive& virtual_drive();
+// A library's drive `index` (0 to kMaxVirtualDrives - 1).
+VirtualDrive& virtual_drive_at(unsigned index);
 
 // Puts the drive in its power-on state for `description` with an empty
 // cartridge (or none, with `medium = none`): mode at the first density and
@@ -63,6 +68,10 @@ void power_on_drive(VirtualDrive* drive, const VtapeDescription& description);
 // Threads the cartridge: position at the beginning of tape, counters zero,
 // not_ready_polls from the description, unit attention 28/00 pending.
 void load_cartridge(VirtualDrive* drive);
+
+// True when the threaded cartridge is one the drive cannot use
+// (kCartridgeUnloadable): NOT READY, INCOMPATIBLE MEDIUM INSTALLED (30/00).
+bool incompatible_medium(const VirtualDrive& drive);
 
 // Tape bytes at which the early-warning zone starts and the capacity ends.
 uint64_t early_warning_bytes(const VirtualDrive& drive);

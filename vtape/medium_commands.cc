@@ -9,6 +9,9 @@
 
 namespace {
 
+// A damaged library cartridge returns one wrong byte in this Read(6) after each load.
+constexpr uint64_t kDamagedRead = 5;
+
 // The request's buffer cannot hold what the CDB asks for: the adapter
 // refuses the request before the drive sees it.
 bool buffer_too_small(const PassThroughRequest& request, uint64_t bytes, CommandAnswer* answer) {
@@ -121,6 +124,7 @@ void rewind(VirtualDrive* drive, const PassThroughRequest&, CommandAnswer*) {
 
 void read6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer* answer) {
   uint64_t command = ++drive->read_commands;
+  const bool damaged_read = ++drive->reads_since_load == kDamagedRead && (drive->medium_faults & kCartridgeDamaged);
   bool fixed = request.cdb[1] & 0x01;
   bool sili = request.cdb[1] & 0x02;
   if ((fixed && sili) || (fixed && drive->block_length == 0))
@@ -150,6 +154,7 @@ void read6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer
   if (command == d.corrupt_read_at && d.corrupt_read_offset < answer->transferred) {
     request.data[d.corrupt_read_offset] ^= 0xFF;
   }
+  if (damaged_read && answer->transferred > 0) request.data[0] ^= 0xFF;  // the damaged cartridge's one bad byte
   throttle_transfer(drive, drive->counters.tape_bytes_read - tape_before, command);
 }
 
