@@ -247,8 +247,8 @@ int check_library_description(const char* path, const LibraryDescription& d, boo
       const auto full = std::count_if(contents.begin(), contents.end(),
                                       [](const SlotContent& c) { return c.barcode[0] != '\0'; });
       if (d.loaded_drives <= full) return 0;
-      std::snprintf(problem, sizeof problem, "loaded_drives %u is more than the %u full slots", d.loaded_drives,
-                    static_cast<unsigned>(full));
+      std::snprintf(problem, sizeof problem, "loaded_drives %u needs as many full slots, the library has %u",
+                    d.loaded_drives, static_cast<unsigned>(full));
     }
   }
   error_printf("ERROR: virtual tape description \"%s\": %s\n", path, problem);
