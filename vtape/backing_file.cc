@@ -39,9 +39,10 @@ bool read_run(FILE* file, TapeRun* run) {
   run->blocks_per_unit = static_cast<uint32_t>(blocks);
   run->units = units;
   run->unit_tape_bytes = static_cast<uint32_t>(tape_bytes);
-  run->data.resize(static_cast<size_t>(block_length * blocks));
-  return run->data.empty() ||
-         std::fread(run->data.data(), 1, run->data.size(), file) == run->data.size();
+  if (filemark == 1) return true;
+  auto bytes = std::make_shared<std::vector<uint8_t>>(static_cast<size_t>(block_length * blocks));
+  run->data = bytes;
+  return bytes->empty() || std::fread(bytes->data(), 1, bytes->size(), file) == bytes->size();
 }
 
 }  // namespace
@@ -90,8 +91,8 @@ int save_backing_file(const char* path, const Cartridge& cartridge) {
     ok = ok && put(file, run.filemark ? 1 : 0, 1) && put(file, run.block_length, 4) &&
          put(file, run.blocks_per_unit, 4) && put(file, run.units, 8) &&
          put(file, run.unit_tape_bytes, 4) &&
-         (run.data.empty() ||
-          std::fwrite(run.data.data(), 1, run.data.size(), file) == run.data.size());
+         (run.data == nullptr || run.data->empty() ||
+          std::fwrite(run.data->data(), 1, run.data->size(), file) == run.data->size());
   }
   ok = (std::fclose(file) == 0) && ok;
   if (!ok) {

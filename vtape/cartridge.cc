@@ -77,7 +77,7 @@ const TapeRun& run_ahead(const Cartridge& c) { return c.runs[c.run]; }
 
 const uint8_t* record_ahead(const Cartridge& c) {
   const TapeRun& run = c.runs[c.run];
-  return run.data.data() + (c.offset % run.blocks_per_unit) * run.block_length;
+  return run.data->data() + (c.offset % run.blocks_per_unit) * run.block_length;
 }
 
 void truncate_at_position(Cartridge* c) {
@@ -98,9 +98,7 @@ void truncate_at_position(Cartridge* c) {
     tail.units = 1;
     tail.unit_tape_bytes = static_cast<uint32_t>(static_cast<uint64_t>(run.unit_tape_bytes) *
                                                  loose_blocks / run.blocks_per_unit);
-    tail.data.assign(
-        run.data.begin(),
-        run.data.begin() + static_cast<std::ptrdiff_t>(loose_blocks) * run.block_length);
+    tail.data = make_unit_bytes(run.data->data(), static_cast<size_t>(loose_blocks) * run.block_length);
   }
   c->runs.resize(keep);
   if (loose_blocks > 0) c->runs.push_back(std::move(tail));
@@ -114,7 +112,7 @@ bool repeats_last_unit(const Cartridge& c, const uint8_t* data, uint32_t block_l
   if (c.runs.empty()) return false;
   const TapeRun& last = c.runs.back();
   return !last.filemark && last.block_length == block_length && last.blocks_per_unit == blocks &&
-         std::memcmp(last.data.data(), data, static_cast<size_t>(block_length) * blocks) == 0;
+         std::memcmp(last.data->data(), data, static_cast<size_t>(block_length) * blocks) == 0;
 }
 
 void append_unit(Cartridge* c, const uint8_t* data, uint32_t block_length, uint32_t blocks,
@@ -127,7 +125,7 @@ void append_unit(Cartridge* c, const uint8_t* data, uint32_t block_length, uint3
     run.blocks_per_unit = blocks;
     run.units = 1;
     run.unit_tape_bytes = unit_tape_bytes;
-    run.data.assign(data, data + static_cast<size_t>(block_length) * blocks);
+    run.data = make_unit_bytes(data, static_cast<size_t>(block_length) * blocks);
     c->runs.push_back(std::move(run));
   }
   c->tape_bytes += unit_tape_bytes;
@@ -163,6 +161,10 @@ uint64_t tape_bytes_before_position(const Cartridge& c) {
 
 uint64_t stored_data_bytes(const Cartridge& c) {
   uint64_t bytes = 0;
-  for (const TapeRun& run : c.runs) bytes += run.data.size();
+  for (const TapeRun& run : c.runs) bytes += run.data != nullptr ? run.data->size() : 0;
   return bytes;
+}
+
+UnitBytes make_unit_bytes(const uint8_t* data, size_t length) {
+  return std::make_shared<const std::vector<uint8_t>>(data, data + length);
 }

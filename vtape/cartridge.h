@@ -13,7 +13,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
+
+// The bytes of one unit. Never changed once written, so cartridges may share
+// them (a library keeps one copy of a unit that many cartridges hold).
+using UnitBytes = std::shared_ptr<const std::vector<uint8_t>>;
 
 struct TapeRun {
   bool filemark;
@@ -21,7 +26,7 @@ struct TapeRun {
   uint32_t blocks_per_unit;   // records of one unit; 1 for filemarks
   uint64_t units;             // how often the unit repeats
   uint32_t unit_tape_bytes;   // bytes one unit takes on tape (after compression)
-  std::vector<uint8_t> data;  // the unit: blocks_per_unit * block_length bytes
+  UnitBytes data;             // the unit: blocks_per_unit * block_length bytes; null for filemarks
 };
 
 struct Cartridge {
@@ -76,5 +81,8 @@ void append_filemarks(Cartridge* cartridge, uint64_t count);
 // Tape bytes of everything before the position.
 uint64_t tape_bytes_before_position(const Cartridge& cartridge);
 
-// Bytes of record data held in memory (each run's unit once).
+// Bytes of record data the cartridge refers to (each run's unit once).
 uint64_t stored_data_bytes(const Cartridge& cartridge);
+
+// A unit's bytes, copied into a new buffer.
+UnitBytes make_unit_bytes(const uint8_t* data, size_t length);

@@ -24,6 +24,31 @@ void power_on_library_drive(unsigned index, const VtapeDescription& description)
   power_on_drive(&virtual_drive_at(index), own);
 }
 
+// FNV-1a over the unit's bytes.
+uint64_t unit_hash(const std::vector<uint8_t>& bytes) {
+  uint64_t hash = 0xCBF29CE484222325ull;
+  for (uint8_t byte : bytes) hash = (hash ^ byte) * 0x100000001B3ull;
+  return hash;
+}
+
+// Replaces `bytes` by the library's copy of the same unit, or makes it that copy.
+void share_unit(VirtualLibrary* library, UnitBytes* bytes) {
+  const uint64_t hash = unit_hash(**bytes);
+  auto [at, end] = library->units.equal_range(hash);
+  while (at != end) {
+    UnitBytes held = at->second.lock();
+    if (held == nullptr) {
+      at = library->units.erase(at);  // no cartridge holds it any more
+    } else if (*held == **bytes) {
+      *bytes = held;
+      return;
+    } else {
+      ++at;
+    }
+  }
+  library->units.emplace(hash, *bytes);
+}
+
 }  // namespace
 
 void power_on_library(const LibraryDescription& description, const VtapeDescription& drive) {
@@ -129,6 +154,9 @@ int take_from_drive(VirtualLibrary* library, unsigned index, int32_t cartridge_i
   } else {
     cartridge.data = std::move(drive.cartridge);
     erase_cartridge(&drive.cartridge);
+    for (TapeRun& run : cartridge.data.runs) {
+      if (run.data != nullptr) share_unit(library, &run.data);
+    }
   }
   drive_element(library, index).cartridge = -1;
   drive.medium = MediumState::absent;

@@ -14,6 +14,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "vtape/cartridge.h"
@@ -55,6 +57,10 @@ struct VirtualLibrary {
   bool removal_prevented;  // Prevent Medium Removal sent to the changer
   uint64_t moves;          // moves the picker attempted (for move_fails_at)
   bool inventory_changed;  // since the inventory was read from or written to library_dir
+  // One copy of each distinct unit of the cartridges outside the drives
+  // (without library_dir), by a hash of its bytes: a sweep that writes the
+  // same data on every cartridge keeps it once.
+  std::unordered_multimap<uint64_t, std::weak_ptr<const std::vector<uint8_t>>> units;
 };
 
 // The process's one library (empty, slots 0, when there is none).

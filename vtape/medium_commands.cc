@@ -101,7 +101,7 @@ void read_fixed(VirtualDrive* drive, const PassThroughRequest& request, uint32_t
     uint64_t in_unit = tape.offset % run.blocks_per_unit;
     for (uint64_t left = blocks; left > 0;) {
       uint64_t piece = std::min<uint64_t>(left, run.blocks_per_unit - in_unit);
-      std::memcpy(out, run.data.data() + static_cast<size_t>(in_unit * block),
+      std::memcpy(out, run.data->data() + static_cast<size_t>(in_unit * block),
                   static_cast<size_t>(piece * block));
       out += piece * block;
       left -= piece;

@@ -13,6 +13,7 @@
 
 #include "settings/settings.h"
 #include "transport/platform/platform.h"
+#include "vtape/library_state.h"
 #include "vtape/virtual_drive.h"
 
 namespace {
@@ -291,6 +292,18 @@ TEST(VirtualLibrary, CartridgesKeepTheirTapeAndTheirFaultsAcrossMoves) {
   EXPECT_EQ(write_record(0x5A), library.send(3, kRead512, 512).data);
   library.send(3, kUnload);
   EXPECT_EQ("0 00 00/00", sense_of(library.send(kChanger, move_medium(0x0101, 0x1000))));
+  // Slot 4's cartridge gets the same record: back in its slot, the library
+  // keeps that unit once, so a sweep's memory does not grow with the slots.
+  library.send(kChanger, move_medium(0x1003, 0x0100));
+  library.send(kDrive, kTestUnitReady);
+  library.send(kDrive, kTestUnitReady);
+  library.send(kDrive, kWrite512, 0, write_record(0x5A));
+  library.send(kDrive, kUnload);
+  library.send(kChanger, move_medium(0x0100, 0x1003));
+  const std::vector<LibraryCartridge>& held = virtual_library().cartridges;
+  ASSERT_EQ(4u, held.size());
+  ASSERT_EQ(1u, held[3].data.runs.size());
+  EXPECT_EQ(held[0].data.runs[0].data.get(), held[3].data.runs[0].data.get());
 
   // The damaged cartridge: the 5th Read(6) after each load has one wrong byte.
   library.send(kChanger, move_medium(0x1001, 0x0100));
