@@ -208,13 +208,10 @@ int initial_slot_contents(const LibraryDescription& d, std::vector<SlotContent>*
 
 namespace {
 
-// The layout: drives at ids 2, 3, ... LUN 0, the changer elsewhere.
+// The layout: drives at ids 2, 3, ... LUN 0 (their count keeps them at or
+// below id 15), the changer elsewhere.
 int check_layout(const LibraryDescription& d, char* problem, size_t size) {
   const unsigned last_id = kFirstDriveId + d.drives - 1u;
-  if (last_id > 15) {
-    std::snprintf(problem, size, "drives %u would put a drive at SCSI id %u (the ids run to 15)", d.drives, last_id);
-    return -1;
-  }
   if (d.changer_lun == 0 && d.changer_tid >= kFirstDriveId && d.changer_tid <= last_id) {
     std::snprintf(problem, size, "the changer at SCSI id %u LUN 0 is where drive %u answers (ids %u to %u)",
                   d.changer_tid, d.changer_tid - kFirstDriveId + 1u, kFirstDriveId, last_id);
