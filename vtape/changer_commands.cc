@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "scsi/operation_codes.h"
 #include "vtape/commands.h"
 
 namespace {
@@ -99,14 +100,18 @@ unsigned device_capabilities_page(const LibraryDescription& d, bool changeable, 
 void mode_sense6(VirtualLibrary* library, const PassThroughRequest& request, CommandAnswer* answer) {
   const uint8_t page_control = request.cdb[2] >> 6;
   const uint8_t page_code = request.cdb[2] & 0x3F;
-  if (page_control == 3) return check_condition(answer, kSenseIllegalRequest, 0x39, 0x00);  // SAVING PARAMETERS NOT SUPPORTED
+  if (page_control == 3) {
+    return check_condition(answer, kSenseIllegalRequest, 0x39, 0x00);  // SAVING PARAMETERS NOT SUPPORTED
+  }
   if (request.cdb[3] != 0) return invalid_field_in_cdb(answer, 3);  // subpages
   const bool changeable = page_control == 1;
   uint8_t data[4 + 20 + 4 + 20] = {};
   unsigned length = 4;
-  if (page_code == 0x1D || page_code == 0x3F) length += address_assignment_page(library->description, changeable, data + length);
-  if (page_code == 0x1E || page_code == 0x3F) length += transport_geometry_page(data + length);
-  if (page_code == 0x1F || page_code == 0x3F) length += device_capabilities_page(library->description, changeable, data + length);
+  const LibraryDescription& d = library->description;
+  const bool all = page_code == 0x3F;
+  if (page_code == 0x1D || all) length += address_assignment_page(d, changeable, data + length);
+  if (page_code == 0x1E || all) length += transport_geometry_page(data + length);
+  if (page_code == 0x1F || all) length += device_capabilities_page(d, changeable, data + length);
   if (length == 4) return invalid_field_in_cdb(answer, 2);
   data[0] = static_cast<uint8_t>(length - 1);
   return_data(request, request.cdb[4], data, length, answer);
@@ -148,15 +153,15 @@ struct ChangerTable {
 
 ChangerTable make_table() {
   ChangerTable t{};
-  t.entries[0x00] = {test_unit_ready, false};
-  t.entries[0x03] = {request_sense, true};
-  t.entries[0x07] = {initialize_element_status, false};
-  t.entries[0x12] = {inquiry, true};
-  t.entries[0x1A] = {mode_sense6, false};
-  t.entries[0x1E] = {prevent_allow, false};
-  t.entries[0x37] = {initialize_element_status_with_range, false};
-  t.entries[0xA5] = {move_medium, false};
-  t.entries[0xB8] = {read_element_status, false};
+  t.entries[kOpTestUnitReady] = {test_unit_ready, false};
+  t.entries[kOpRequestSense] = {request_sense, true};
+  t.entries[kOpInitializeElementStatus] = {initialize_element_status, false};
+  t.entries[kOpInquiry] = {inquiry, true};
+  t.entries[kOpModeSense6] = {mode_sense6, false};
+  t.entries[kOpPreventAllowMediumRemoval] = {prevent_allow, false};
+  t.entries[kOpInitializeElementStatusWithRange] = {initialize_element_status_with_range, false};
+  t.entries[kOpMoveMedium] = {move_medium, false};
+  t.entries[kOpReadElementStatus] = {read_element_status, false};
   return t;
 }
 

@@ -237,7 +237,8 @@ int check_library_description(const char* path, const LibraryDescription& d, boo
                   "serial cannot be set for a library's drives (they answer VT00000001, VT00000002, ...; "
                   "serial = none leaves it out)");
   } else if (backing_file_set) {
-    std::snprintf(problem, sizeof problem, "backing_file cannot be used with a library (library_dir keeps its cartridges)");
+    std::snprintf(problem, sizeof problem,
+                  "backing_file cannot be used with a library (library_dir keeps its cartridges)");
   } else if (check_layout(d, problem, sizeof problem) == 0) {
     std::vector<SlotContent> contents;
     if (initial_slot_contents(d, &contents, problem, sizeof problem) == 0) {

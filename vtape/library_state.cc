@@ -58,7 +58,9 @@ void power_on_library(const LibraryDescription& description, const VtapeDescript
   if (description.slots == 0) return;
   std::vector<SlotContent> contents;
   char problem[160];
-  if (initial_slot_contents(description, &contents, problem, sizeof problem) != 0) contents.assign(description.slots, {});
+  if (initial_slot_contents(description, &contents, problem, sizeof problem) != 0) {
+    contents.assign(description.slots, {});  // checked when the description was read
+  }
 
   const bool valid = description.inventory_valid;
   library.elements.reserve(1u + description.import_export + description.drives + description.slots);

@@ -17,7 +17,9 @@ constexpr char kInventoryMagic[] = "BFTDTEST VIRTUAL LIBRARY 1";
 
 std::string file_in(const char* dir, const std::string& name) { return std::string(dir) + "/" + name; }
 
-std::string cartridge_path(const char* dir, const char* barcode) { return file_in(dir, std::string(barcode) + ".vtape"); }
+std::string cartridge_path(const char* dir, const char* barcode) {
+  return file_in(dir, std::string(barcode) + ".vtape");
+}
 
 // Renames the finished "<path>.new" over `path`. 0, or -1 after the error line.
 int replace_with_new(const std::string& path) {
@@ -84,8 +86,10 @@ int read_inventory(VirtualLibrary* library) {
       result = inventory_error(path, number, "expected: element barcode faults source");
       continue;
     }
-    const Element* described = line.address <= 0xFFFF ? find_element(library, static_cast<uint16_t>(line.address)) : nullptr;
-    Element* element = described != nullptr ? &elements[static_cast<size_t>(described - library->elements.data())] : nullptr;
+    const Element* described =
+        line.address <= 0xFFFF ? find_element(library, static_cast<uint16_t>(line.address)) : nullptr;
+    Element* element =
+        described != nullptr ? &elements[static_cast<size_t>(described - library->elements.data())] : nullptr;
     unsigned source = 0;
     const bool has_source = std::strcmp(line.source, "----") != 0;
     if (element == nullptr || element->type == ElementType::transport || element->cartridge >= 0 ||
@@ -124,7 +128,8 @@ int read_inventory_and_drives(VirtualLibrary* library) {
   if (read != 0) return read;
   for (unsigned i = 0; i < held.size(); ++i) {
     const Element& element = drive_element(library, i);
-    const std::string now = element.cartridge >= 0 ? library->cartridges[static_cast<size_t>(element.cartridge)].barcode : "";
+    const std::string now =
+        element.cartridge >= 0 ? library->cartridges[static_cast<size_t>(element.cartridge)].barcode : "";
     if (now == held[i]) continue;
     VirtualDrive& drive = virtual_drive_at(i);
     if (!held[i].empty() && !drive.tape_in_file && drive.modified) {
@@ -157,7 +162,8 @@ int write_inventory(VirtualLibrary* library) {
   const std::string path = file_in(d.library_dir, "inventory");
   FILE* file = std::fopen((path + ".new").c_str(), "wb");
   if (file == nullptr) {
-    error_printf("ERROR: unable to write virtual library inventory \"%s.new\": %s\n", path.c_str(), std::strerror(errno));
+    error_printf("ERROR: unable to write virtual library inventory \"%s.new\": %s\n", path.c_str(),
+                 std::strerror(errno));
     return -1;
   }
   bool ok = std::fprintf(file, "%s\nelements %u %u %u\n", kInventoryMagic, d.import_export, d.drives, d.slots) > 0;
@@ -166,7 +172,8 @@ int write_inventory(VirtualLibrary* library) {
     const LibraryCartridge& cartridge = library->cartridges[static_cast<size_t>(element.cartridge)];
     char source[8] = "----";
     if (cartridge.source_valid) std::snprintf(source, sizeof source, "%04X", cartridge.source);
-    ok = ok && std::fprintf(file, "%04X %s %02X %s\n", element.address, cartridge.barcode, cartridge.faults, source) > 0;
+    ok = ok &&
+         std::fprintf(file, "%04X %s %02X %s\n", element.address, cartridge.barcode, cartridge.faults, source) > 0;
   }
   ok = std::fclose(file) == 0 && ok;
   if (!ok) {

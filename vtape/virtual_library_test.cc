@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "scsi/operation_codes.h"
 #include "settings/settings.h"
 #include "transport/platform/platform.h"
 #include "vtape/library_state.h"
@@ -93,22 +94,23 @@ std::string sense_of(const Answer& a) {
 
 Bytes read_element_status(uint8_t type, bool voltag, bool dvcid, uint16_t start = 0, uint16_t count = 0xFFFF,
                           uint32_t allocation = 0x10000) {
-  return {0xB8, static_cast<uint8_t>(type | (voltag ? 0x10 : 0)), static_cast<uint8_t>(start >> 8),
+  return {kOpReadElementStatus, static_cast<uint8_t>(type | (voltag ? 0x10 : 0)), static_cast<uint8_t>(start >> 8),
           static_cast<uint8_t>(start), static_cast<uint8_t>(count >> 8), static_cast<uint8_t>(count),
           static_cast<uint8_t>(dvcid ? 1 : 0), static_cast<uint8_t>(allocation >> 16),
           static_cast<uint8_t>(allocation >> 8), static_cast<uint8_t>(allocation), 0, 0};
 }
 
 Bytes move_medium(uint16_t source, uint16_t destination, uint16_t transport = 0, bool invert = false) {
-  return {0xA5, 0, static_cast<uint8_t>(transport >> 8), static_cast<uint8_t>(transport),
+  return {kOpMoveMedium, 0, static_cast<uint8_t>(transport >> 8), static_cast<uint8_t>(transport),
           static_cast<uint8_t>(source >> 8), static_cast<uint8_t>(source), static_cast<uint8_t>(destination >> 8),
           static_cast<uint8_t>(destination), 0, 0, static_cast<uint8_t>(invert ? 1 : 0), 0};
 }
 
-const Bytes kTestUnitReady = {0x00, 0, 0, 0, 0, 0};
-const Bytes kUnload = {0x1B, 0, 0, 0, 0x00, 0};
-const Bytes kPrevent = {0x1E, 0, 0, 0, 0x01, 0};
-const Bytes kAllow = {0x1E, 0, 0, 0, 0x00, 0};
+const Bytes kTestUnitReady = {kOpTestUnitReady, 0, 0, 0, 0, 0};
+const Bytes kUnload = {kOpLoadUnload, 0, 0, 0, 0x00, 0};
+const Bytes kLoad = {kOpLoadUnload, 0, 0, 0, 0x01, 0};
+const Bytes kPrevent = {kOpPreventAllowMediumRemoval, 0, 0, 0, 0x01, 0};
+const Bytes kAllow = {kOpPreventAllowMediumRemoval, 0, 0, 0, 0x00, 0};
 
 // Element status data: the 8-byte header and page headers, descriptors
 // pieced together from their fields.
@@ -148,21 +150,21 @@ const char kSmallLibrary[] = "slots = 3\nimport_export = 1\nbarcodes = AB0001L9,
 TEST(VirtualLibrary, ChangerAnswersAsAnSmcDevice) {
   Library library("identity", kSmallLibrary);
   // Inquiry goes past the power-on unit attention; Test Unit Ready takes it.
-  Answer inquiry = library.send(kChanger, {0x12, 0, 0, 0, 36, 0}, 36);
+  Answer inquiry = library.send(kChanger, {kOpInquiry, 0, 0, 0, 36, 0}, 36);
   ASSERT_EQ(36u, inquiry.data.size());
   EXPECT_EQ(0x08, inquiry.data[0]);
   EXPECT_EQ(text("VIRTUAL VTAPE LIBRARY   1.0 "), Bytes(inquiry.data.begin() + 8, inquiry.data.end()));
-  const Answer serial = library.send(kChanger, {0x12, 1, 0x80, 0, 64, 0}, 64);
+  const Answer serial = library.send(kChanger, {kOpInquiry, 1, 0x80, 0, 64, 0}, 64);
   EXPECT_EQ((Bytes{0x08, 0x80, 0x00, 10} + text("VL00000001")), serial.data);
-  EXPECT_EQ((Bytes{0x08, 0x00, 0x00, 0x02, 0x00, 0x80}), library.send(kChanger, {0x12, 1, 0, 0, 64, 0}, 64).data);
+  EXPECT_EQ((Bytes{0x08, 0x00, 0x00, 0x02, 0x00, 0x80}), library.send(kChanger, {kOpInquiry, 1, 0, 0, 64, 0}, 64).data);
   EXPECT_EQ("0 06 29/00", sense_of(library.send(kChanger, kTestUnitReady)));
   EXPECT_EQ("0 00 00/00", sense_of(library.send(kChanger, kTestUnitReady)));
-  EXPECT_EQ("0 05 20/00", sense_of(library.send(kChanger, {0x08, 0, 0, 0, 1, 0}, 512)));  // Read(6)
+  EXPECT_EQ("0 05 20/00", sense_of(library.send(kChanger, {kOpRead6, 0, 0, 0, 1, 0}, 512)));
   // Mode page 1Dh: transport 1 at 0001h, 3 slots at 1000h, 1 I/E at 0010h, 1 drive at 0100h.
   EXPECT_EQ((Bytes{23, 0, 0, 0, 0x1D, 0x12, 0x00, 0x01, 0x00, 0x01, 0x10, 0x00, 0x00, 0x03, 0x00, 0x10, 0x00,
                    0x01, 0x01, 0x00, 0x00, 0x01, 0x00, 0x00}),
-            library.send(kChanger, {0x1A, 0x08, 0x1D, 0, 255, 0}, 255).data);
-  EXPECT_EQ("0 05 39/00", sense_of(library.send(kChanger, {0x1A, 0, 0xDD, 0, 255, 0}, 255)));  // saved values
+            library.send(kChanger, {kOpModeSense6, 0x08, 0x1D, 0, 255, 0}, 255).data);
+  EXPECT_EQ("0 05 39/00", sense_of(library.send(kChanger, {kOpModeSense6, 0, 0xDD, 0, 255, 0}, 255)));  // saved values
 }
 
 TEST(VirtualLibrary, ReadElementStatusFollowsTheStandardsLayout) {
@@ -219,11 +221,12 @@ TEST(VirtualLibrary, InventoryNotValidUntilInitializeElementStatus) {
                               descriptor(0x1001, 0x0C, 0, 0, 0, 0, 0x83) + volume_tag("");
   EXPECT_EQ(unknown_slots, library.send(kChanger, read_element_status(2, true, false), 0x10000).data);
   // With range: only the import/export element becomes known.
-  EXPECT_EQ("0 00 00/00", sense_of(library.send(kChanger, {0x37, 0x01, 0x00, 0x10, 0, 0, 0x00, 0x01, 0, 0})));
+  const Bytes import_export_only = {kOpInitializeElementStatusWithRange, 0x01, 0x00, 0x10, 0, 0, 0x00, 0x01, 0, 0};
+  EXPECT_EQ("0 00 00/00", sense_of(library.send(kChanger, import_export_only)));
   EXPECT_EQ(unknown_slots, library.send(kChanger, read_element_status(2, true, false), 0x10000).data);
   EXPECT_EQ(header(0x0010, 1, 8 + 12) + page(3, false, 12, 12) + descriptor(0x0010, 0x38),
             library.send(kChanger, read_element_status(3, false, false), 0x10000).data);
-  EXPECT_EQ("0 00 00/00", sense_of(library.send(kChanger, {0x07, 0, 0, 0, 0, 0})));
+  EXPECT_EQ("0 00 00/00", sense_of(library.send(kChanger, {kOpInitializeElementStatus, 0, 0, 0, 0, 0})));
   EXPECT_EQ(header(0x1000, 2, 8 + 2 * 48) + page(2, true, 48, 96) + descriptor(0x1000, 0x09, 0x01) +
                 volume_tag("VT0001L9") + descriptor(0x1001, 0x09, 0x01) + volume_tag("VT0002L9"),
             library.send(kChanger, read_element_status(2, true, false), 0x10000).data);
@@ -270,12 +273,13 @@ TEST(VirtualLibrary, MoveMediumRefusesAsTheStandardSays) {
 
 // One record of 512 bytes: Write(6) variable, Read(6) variable.
 Bytes write_record(uint8_t fill) { return Bytes(512, fill); }
-const Bytes kWrite512 = {0x0A, 0, 0, 0x02, 0x00, 0};
-const Bytes kRead512 = {0x08, 0, 0, 0x02, 0x00, 0};
-const Bytes kRewind = {0x01, 0, 0, 0, 0, 0};
+const Bytes kWrite512 = {kOpWrite6, 0, 0, 0x02, 0x00, 0};
+const Bytes kRead512 = {kOpRead6, 0, 0, 0x02, 0x00, 0};
+const Bytes kRewind = {kOpRewind, 0, 0, 0, 0, 0};
 
 TEST(VirtualLibrary, CartridgesKeepTheirTapeAndTheirFaultsAcrossMoves) {
-  Library library("cartridges", "slots = 4\ndrives = 2\nnot_ready_polls = 1\ndamaged_slots = 2\nunloadable_slots = 3\n");
+  Library library("cartridges",
+                  "slots = 4\ndrives = 2\nnot_ready_polls = 1\ndamaged_slots = 2\nunloadable_slots = 3\n");
   library.send(kChanger, kTestUnitReady);
   library.send(kDrive, kTestUnitReady);
   // Slot 1 into the drive: threaded on insertion, written, taken back.
@@ -318,7 +322,7 @@ TEST(VirtualLibrary, CartridgesKeepTheirTapeAndTheirFaultsAcrossMoves) {
       EXPECT_EQ(want, library.send(kDrive, kRead512, 512).data) << "load " << load << " read " << i;
     }
     library.send(kDrive, kUnload);
-    library.send(kDrive, {0x1B, 0, 0, 0, 0x01, 0});  // Load: 28/00, then one NOT READY
+    library.send(kDrive, kLoad);  // 28/00, then one NOT READY
     library.send(kDrive, kTestUnitReady);
     library.send(kDrive, kTestUnitReady);
   }
@@ -350,7 +354,7 @@ TEST(VirtualLibrary, AdapterListsTheChangerAndEveryDrive) {
   EXPECT_EQ("0 05 25/00", sense_of(library.send(3, kTestUnitReady, 0, {}, 1)));
   EXPECT_EQ("0 06 29/00", sense_of(library.send(2, kTestUnitReady, 0, {}, 1)));  // the changer
   // Each drive its own serial number.
-  const Answer serial = library.send(4, {0x12, 1, 0x80, 0, 64, 0}, 64);
+  const Answer serial = library.send(4, {kOpInquiry, 1, 0x80, 0, 64, 0}, 64);
   EXPECT_EQ(text("VT00000003"), Bytes(serial.data.begin() + 4, serial.data.end()));
 }
 
