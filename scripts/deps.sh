@@ -22,6 +22,9 @@ need_packages() {
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config liblz4-dev nlohmann-json3-dev)
 TEST_PACKAGES=(libgtest-dev libgmock-dev librsvg2-bin libxml2-utils)
+# Clang for the supported Clang builds (scripts/build-matrix), the sanitizer
+# build and the libFuzzer targets (scripts/robustness).
+CLANG_PACKAGES=(clang-14 libclang-rt-14-dev libfuzzer-14-dev)
 # scripts/kernel-tape: the emulator with its iSCSI driver, the tape target,
 # and what a tiny initramfs is made of.
 KERNEL_TAPE_PACKAGES=(qemu-system-x86 qemu-block-extra tgt busybox-static cpio kmod)

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,7 @@ struct Record {
 std::vector<uint8_t> answer(uint8_t bus_count, const std::vector<Bus>& buses, const std::vector<Record>& records) {
   std::vector<uint8_t> bytes(kAdapterInquiryBufferSize, 0);
   auto put_le32 = [&](size_t at, uint32_t value) {
-    for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<uint8_t>(value >> (8 * i));
+    for (size_t i = 0; i < 4; ++i) bytes[at + i] = static_cast<uint8_t>(value >> (8 * i));
   };
   bytes[kBusInfoNumberOfBuses] = bus_count;
   for (size_t b = 0; b < buses.size(); ++b) {
@@ -48,19 +49,30 @@ std::vector<uint8_t> answer(uint8_t bus_count, const std::vector<Bus>& buses, co
 // "bus:target:lun claimed|free/type/inquiry length" for every unit, in walk order.
 std::string walk(const std::vector<uint8_t>& bytes, size_t size = kAdapterInquiryBufferSize) {
   static AdapterInquiry inquiry;
-  if (walk_adapter_inquiry(bytes.data(), size, &inquiry) != 0) return "refused, " + std::to_string(inquiry.unit_count);
-  std::string text = std::to_string(inquiry.bus_count) + " buses:";
+  char line[64];
+  if (walk_adapter_inquiry(bytes.data(), size, &inquiry) != 0) {
+    std::snprintf(line, sizeof line, "refused, %u", inquiry.unit_count);
+    return line;
+  }
+  if (inquiry.unit_count > 8) {
+    std::snprintf(line, sizeof line, "%u units", inquiry.unit_count);
+    return line;
+  }
+  std::snprintf(line, sizeof line, "%u buses:", inquiry.bus_count);
+  std::string text = line;
   for (unsigned i = 0; i < inquiry.unit_count; ++i) {
     const LogicalUnitInfo& u = inquiry.units[i];
-    text += " " + std::to_string(u.path_id) + ":" + std::to_string(u.target_id) + ":" + std::to_string(u.lun) +
-            (u.claimed ? " claimed/" : " free/") + std::to_string(u.inquiry[0]) + "/" +
-            std::to_string(u.inquiry_length);
+    std::snprintf(line, sizeof line, " %u:%u:%u %s/%u/%u", u.path_id, u.target_id, u.lun,
+                  u.claimed ? "claimed" : "free", u.inquiry[0], u.inquiry_length);
+    text += line;
     // Data beyond what the record holds reads as zero, never as the next record's bytes.
     for (unsigned b = 1; b < 36; ++b) {
-      if (u.inquiry[b] != (b < u.inquiry_length ? 0x40 + b : 0)) text += " (byte " + std::to_string(b) + " wrong)";
+      if (u.inquiry[b] == (b < u.inquiry_length ? 0x40 + b : 0)) continue;
+      std::snprintf(line, sizeof line, " (byte %u wrong)", b);
+      text += line;
     }
   }
-  return inquiry.unit_count > 8 ? std::to_string(inquiry.unit_count) + " units" : text;
+  return text;
 }
 
 // Bus 0's chain starts with a sound tape at id 1 whose next record is `next`;
