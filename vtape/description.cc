@@ -214,10 +214,13 @@ int apply_drive_key(const LineContext& at, const char* v, VtapeDescription* d) {
     return text_field(at, v, d->serial, sizeof d->serial);
   }
   if (std::strcmp(k, "rate_mb_s") == 0) return number32(at, v, 0, 100000, &d->rate_mb_s);
+  if (std::strcmp(k, "host_rate_mb_s") == 0) return number32(at, v, 0, 100000, &d->host_rate_mb_s);
   if (std::strcmp(k, "rate_jitter_percent") == 0) return number32(at, v, 0, 90, &d->rate_jitter_percent);
   if (std::strcmp(k, "backhitch_every") == 0) return number_in(at, v, 0, UINT64_MAX, &d->backhitch_every);
   if (std::strcmp(k, "backhitch_ms") == 0) return number32(at, v, 0, 3600000, &d->backhitch_ms);
   if (std::strcmp(k, "compression") == 0) return choice(at, v, "on", "off", &d->compression);
+  if (std::strcmp(k, "max_compression_ratio") == 0)
+    return number32(at, v, 0, 100000, &d->max_compression_ratio);
   if (std::strcmp(k, "backing_file") == 0)
     return text_field(at, v, d->backing_file, sizeof d->backing_file);
   if (std::strcmp(k, "device_type") == 0) {

@@ -22,9 +22,11 @@ struct VtapeDescription {
   char product[17];
   char revision[5];
   char serial[33];  // unit serial number (VPD page 80h); empty: the page is not listed
-  uint32_t rate_mb_s;  // 0: unthrottled
+  uint32_t rate_mb_s;  // native rate in MB/s of tape data; 0: unthrottled
+  uint32_t host_rate_mb_s;  // ceiling in MB/s of host data, however well it compresses; 0: none
   uint32_t rate_jitter_percent;  // each transfer's time spread by up to this much, repeatably
   bool compression;
+  uint32_t max_compression_ratio;  // a record takes at least 1/N of its size on tape; 0: no limit
   char backing_file[kBackingFileCapacity];  // empty: the cartridge lives in memory only
   // Faults.
   uint8_t device_type;  // peripheral device type answered by Inquiry

@@ -1,5 +1,7 @@
 #include "vtape/drive_state.h"
 
+#include <cmath>
+
 #include "os/os.h"
 
 namespace {
@@ -63,7 +65,8 @@ void power_on_drive(VirtualDrive* drive, const VtapeDescription& description) {
   drive->medium_faults = 0;
   drive->tape_in_file = false;
   drive->throttle_start = std::chrono::steady_clock::now();
-  drive->throttle_bytes = 0;
+  drive->throttle_due_ms = 0.0;
+  drive->throttle_object = UINT64_MAX;
 }
 
 void load_cartridge(VirtualDrive* drive) {
@@ -71,6 +74,7 @@ void load_cartridge(VirtualDrive* drive) {
   rewind_cartridge(&drive->cartridge);
   start_counters(drive);
   drive->reads_since_load = 0;
+  drive->throttle_object = UINT64_MAX;  // the first transfer starts streaming anew
   drive->not_ready_polls_left = drive->description.not_ready_polls;
   drive->unit_attention = true;
   drive->unit_attention_asc = 0x28;  // NOT READY TO READY CHANGE, MEDIUM MAY HAVE CHANGED
@@ -89,26 +93,40 @@ uint64_t capacity_bytes(const VirtualDrive& drive) {
   return drive.description.capacity_mb * kMegabyte;
 }
 
-void throttle_transfer(VirtualDrive* drive, uint64_t tape_bytes, uint64_t command) {
+double transfer_ms(const VtapeDescription& d, uint64_t tape_bytes, uint64_t host_bytes, uint64_t command) {
+  auto ms_at = [](uint64_t bytes, uint32_t mb_s) {
+    return mb_s == 0 ? 0.0 : static_cast<double>(bytes) * 1000.0 / (static_cast<double>(mb_s) * kMegabyte);
+  };
+  const double tape_ms = ms_at(tape_bytes, d.rate_mb_s);
+  const double host_ms = ms_at(host_bytes, d.host_rate_mb_s);
+  return (tape_ms > host_ms ? tape_ms : host_ms) * jitter_factor(command, d.rate_jitter_percent);
+}
+
+void throttle_transfer(VirtualDrive* drive, uint64_t start_object, uint64_t tape_bytes, uint64_t host_bytes,
+                       uint64_t command) {
   using namespace std::chrono;
   const VtapeDescription& d = drive->description;
+  const bool streaming = start_object == drive->throttle_object;
+  drive->throttle_object = drive->cartridge.object_number;
+  if (!streaming) {
+    drive->throttle_start = steady_clock::now();
+    drive->throttle_due_ms = 0.0;
+  }
   if (d.backhitch_every != 0 && command % d.backhitch_every == 0 && d.backhitch_ms != 0) {
     os_sleep_ms(d.backhitch_ms);
     // The repositioning is lost time: the drive does not catch it up later.
     drive->throttle_start += milliseconds(d.backhitch_ms);
   }
-  if (d.rate_mb_s == 0) return;
-  drive->throttle_bytes += static_cast<uint64_t>(static_cast<double>(tape_bytes) *
-                                                 jitter_factor(command, d.rate_jitter_percent));
-  double due_ms = static_cast<double>(drive->throttle_bytes) * 1000.0 /
-                  (static_cast<double>(drive->description.rate_mb_s) * kMegabyte);
+  if (d.rate_mb_s == 0 && d.host_rate_mb_s == 0) return;
+  drive->throttle_due_ms += transfer_ms(d, tape_bytes, host_bytes, command);
   double elapsed_ms =
       duration<double, std::milli>(steady_clock::now() - drive->throttle_start).count();
-  if (elapsed_ms > due_ms + 1000.0) {
+  if (elapsed_ms > drive->throttle_due_ms + 1000.0) {
     // The host paused: start over rather than let the drive catch up at full speed.
     drive->throttle_start = steady_clock::now();
-    drive->throttle_bytes = 0;
-  } else if (due_ms > elapsed_ms) {
-    os_sleep_ms(static_cast<uint32_t>(due_ms - elapsed_ms));
+    drive->throttle_due_ms = 0.0;
+  } else if (drive->throttle_due_ms > elapsed_ms) {
+    // Rounded up: the whole stream never moves faster than its rates.
+    os_sleep_ms(static_cast<uint32_t>(std::ceil(drive->throttle_due_ms - elapsed_ms)));
   }
 }

@@ -48,9 +48,12 @@ struct VirtualDrive {
   // waits in the library directory, to be read before the drive uses it.
   uint8_t medium_faults;
   bool tape_in_file;
-  // Throttle: tape bytes moved since `throttle_start`.
+  // Throttle: the time the transfers since `throttle_start` take at the
+  // drive's rates, and the position where the last one ended (a transfer
+  // that starts elsewhere follows a repositioning and starts afresh).
   std::chrono::steady_clock::time_point throttle_start;
-  uint64_t throttle_bytes;
+  double throttle_due_ms;
+  uint64_t throttle_object;
 };
 
 constexpr unsigned kMaxVirtualDrives = 14;  // a library's drives at SCSI ids 2 to 15
@@ -77,7 +80,20 @@ bool incompatible_medium(const VirtualDrive& drive);
 uint64_t early_warning_bytes(const VirtualDrive& drive);
 uint64_t capacity_bytes(const VirtualDrive& drive);
 
-// Holds the calling thread so that data moves no faster than rate_mb_s,
-// spread by rate_jitter_percent, and for backhitch_ms more when `command`
-// (the Nth Write(6) or Read(6)) is a multiple of backhitch_every.
-void throttle_transfer(VirtualDrive* drive, uint64_t tape_bytes, uint64_t command);
+// The time in ms one transfer takes at the drive's rates: its tape bytes at
+// rate_mb_s, but its host bytes no faster than host_rate_mb_s (a drive's
+// host side has a top speed however well the data compresses), spread by
+// rate_jitter_percent for the Nth Write(6) or Read(6) `command`. 0 when
+// neither rate is set.
+double transfer_ms(const VtapeDescription& description, uint64_t tape_bytes, uint64_t host_bytes,
+                   uint64_t command);
+
+// Holds the calling thread after a transfer that started at logical object
+// `start_object` so that data moves no faster than transfer_ms says, and for
+// backhitch_ms more when `command` (the Nth Write(6) or Read(6)) is a
+// multiple of backhitch_every. Transfers that follow each other stream: a
+// command the throttle held too long is made up by the next ones. After a
+// repositioning (or a pause of the host of over a second) the drive starts
+// streaming anew, with nothing to make up.
+void throttle_transfer(VirtualDrive* drive, uint64_t start_object, uint64_t tape_bytes, uint64_t host_bytes,
+                       uint64_t command);

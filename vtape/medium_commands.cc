@@ -28,6 +28,16 @@ void report_early_warning(const VirtualDrive& drive, CommandAnswer* answer) {
   set_information(answer, 0);
 }
 
+// The bytes a unit of records takes on tape with compression on: what the
+// compressor makes of it, but no less than max_compression_ratio allows (a
+// drive's compression format has a densest encoding of repeated bytes).
+uint32_t compressed_tape_bytes(const VtapeDescription& d, const uint8_t* data, uint32_t bytes) {
+  uint32_t size = compressed_size(data, bytes);
+  if (d.max_compression_ratio == 0) return size;
+  uint64_t densest = (uint64_t{bytes} + d.max_compression_ratio - 1) / d.max_compression_ratio;
+  return size > densest ? size : static_cast<uint32_t>(densest);
+}
+
 // Reads one record in variable block mode into the request's buffer.
 void read_variable(VirtualDrive* drive, const PassThroughRequest& request, uint32_t length,
                    bool sili, CommandAnswer* answer) {
@@ -145,7 +155,9 @@ void read6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer
     set_information(answer, length);
     return;
   }
+  uint64_t start_object = drive->cartridge.object_number;
   uint64_t tape_before = drive->counters.tape_bytes_read;
+  uint64_t host_before = drive->counters.host_bytes_read;
   if (fixed) {
     read_fixed(drive, request, length, answer);
   } else {
@@ -155,7 +167,8 @@ void read6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswer
     request.data[d.corrupt_read_offset] ^= 0xFF;
   }
   if (damaged_read && answer->transferred > 0) request.data[0] ^= 0xFF;  // the damaged cartridge's one bad byte
-  throttle_transfer(drive, drive->counters.tape_bytes_read - tape_before, command);
+  throttle_transfer(drive, start_object, drive->counters.tape_bytes_read - tape_before,
+                    drive->counters.host_bytes_read - host_before, command);
 }
 
 // Write(6): one unit of records at the position, which becomes the end of
@@ -185,21 +198,21 @@ void write6(VirtualDrive* drive, const PassThroughRequest& request, CommandAnswe
   drive->modified = true;
   bool repeat = repeats_last_unit(tape, request.data, block, blocks);
   uint32_t tape_bytes = repeat ? tape.runs.back().unit_tape_bytes
-                        : d.compression
-                            ? compressed_size(request.data, static_cast<uint32_t>(bytes))
-                            : static_cast<uint32_t>(bytes);
+                        : d.compression ? compressed_tape_bytes(d, request.data, static_cast<uint32_t>(bytes))
+                                        : static_cast<uint32_t>(bytes);
   if (tape.tape_bytes + tape_bytes > capacity_bytes(*drive)) {
     check_condition(answer, kSenseVolumeOverflow, 0x00, 0x02);
     set_end_of_medium(answer);
     set_information(answer, length);
     return;
   }
+  uint64_t start_object = tape.object_number;
   append_unit(&tape, request.data, block, blocks, tape_bytes, repeat);
   drive->counters.host_bytes_written += bytes;
   drive->counters.tape_bytes_written += tape_bytes;
   drive->counters.records_written += blocks;
   answer->transferred = static_cast<uint32_t>(bytes);
-  throttle_transfer(drive, tape_bytes, command);
+  throttle_transfer(drive, start_object, tape_bytes, bytes, command);
   report_early_warning(*drive, answer);
 }
 
