@@ -130,6 +130,7 @@ int run_interval(const TestKind& test, uint32_t number, uint8_t* end_of_medium) 
                                            &elapsed, end_of_medium);
   close_timed_interval();
   eta_end_interval(elapsed);
+  (test.kind == 0 ? test_totals.write_seconds : test_totals.read_seconds) += elapsed;
   if (result != 0) {
     const IntervalEnd end = last_loop_end.miscompare ? IntervalEnd::miscompare : IntervalEnd::error;
     commands = last_loop_end.miscompare ? last_loop_end.command : last_loop_end.completed;

@@ -34,6 +34,8 @@ struct TestTotals {
   bool ecc_failed;
   double worst_rwr_percentage;
   double worst_ecc_percentage;
+  double write_seconds;  // time of the write intervals, for the rate of a library sweep's summary
+  double read_seconds;   // time of the read/compare intervals
   const char* failure;  // what ended the test early: "write failure", ...; null when nothing did
 };
 extern TestTotals test_totals;

@@ -9,6 +9,7 @@
 #include "settings/config_tokens.h"
 #include "settings/number_syntax.h"
 #include "settings/settings.h"
+#include "settings/slot_list.h"
 
 namespace {
 
@@ -193,6 +194,49 @@ int apply_eta(OptionCall&) {
   return 0;
 }
 
+// `/changer <hanum> <bus> <tid> <lun>`: four numbers, none of them an option.
+int apply_changer(OptionCall& call) {
+  uint32_t values[4];
+  for (uint32_t& value : values) {
+    if (!has_value(call) || call.arguments[call.next][0] == '/') {
+      error_printf("ERROR: option \"/changer\" needs four values: <hanum> <bus> <tid> <lun>\n");
+      return -1;
+    }
+    value = take_number(call);
+  }
+  test_settings.changer_enabled = 1;
+  test_settings.changer = UnitAddress{static_cast<uint8_t>(values[0]), static_cast<uint8_t>(values[1]),
+                                      static_cast<uint8_t>(values[2]), static_cast<uint8_t>(values[3])};
+  return 0;
+}
+
+int apply_slots(OptionCall& call) {
+  const char* text = take_value(call);
+  unsigned count = 0;
+  const char* why = "";
+  if (parse_slot_list(text, test_settings.slot_ranges, kMaxSlotRanges, &count, &why) != 0) {
+    error_printf("ERROR: invalid slot list \"%s\": %s\n", text, why);
+    return -1;
+  }
+  test_settings.slot_range_count = static_cast<uint8_t>(count);
+  return 0;
+}
+
+int apply_drive(OptionCall& call) {
+  const uint32_t ordinal = take_number(call);
+  if (ordinal > 0xFFFF) {
+    error_printf("ERROR: option \"/drive\" takes a drive number from 0 to 65535\n");
+    return -1;
+  }
+  test_settings.drive_ordinal = static_cast<int32_t>(ordinal);
+  return 0;
+}
+
+int apply_ready_wait(OptionCall& call) {
+  test_settings.ready_wait_minutes = take_number(call);
+  return 0;
+}
+
 int apply_help(OptionCall&) {
   print_help();
   exit_code = 0;
@@ -233,6 +277,10 @@ constexpr OptionSpec kOptions[] = {
     {"/health", ValueNeed::kNone, apply_health},
     {"/plot", ValueNeed::kRequired, apply_chart_file},
     {"/eta", ValueNeed::kNone, apply_eta},
+    {"/changer", ValueNeed::kRequired, apply_changer},
+    {"/slots", ValueNeed::kRequired, apply_slots},
+    {"/drive", ValueNeed::kRequired, apply_drive},
+    {"/readywait", ValueNeed::kRequired, apply_ready_wait},
     {"/?", ValueNeed::kNone, apply_help},
     // The spellings other tools use for help.
     {"/h", ValueNeed::kNone, apply_help},
@@ -311,6 +359,18 @@ int apply_config_file(OptionCall& call) {
   return result;
 }
 
+// The library options mean nothing without the changer.
+int check_library_settings(int result) {
+  if (test_settings.changer_enabled != 0) return result;
+  const char* alone = test_settings.slot_range_count != 0      ? "/slots"
+                      : test_settings.drive_ordinal >= 0        ? "/drive"
+                      : test_settings.ready_wait_minutes != kDefaultReadyWaitMinutes ? "/readywait"
+                                                                : nullptr;
+  if (alone == nullptr) return result;
+  error_printf("ERROR: option \"%s\" needs \"/changer\"\n", alone);
+  return -1;
+}
+
 // The checks after the last option of the command line; each runs whatever
 // the result so far.
 int check_transfer_settings(int result) {
@@ -349,7 +409,7 @@ int parse_options(uint16_t argument_count, char** arguments) {
     result = option->apply(call);
     index = call.next;
   }
-  if (in_config_file == 0) result = check_transfer_settings(result);
+  if (in_config_file == 0) result = check_library_settings(check_transfer_settings(result));
   return result;
 }
 
@@ -409,6 +469,10 @@ void print_help() {
       "  /health\t\treport TapeAlert flags, drive counters, adapter limits\n",
       "  /plot <file>\t\twrite a streaming chart of the test (SVG)\n",
       "  /eta\t\t\tshow the time left with the progress count\n",
+      "  /changer <h b t l>\ttest a library's cartridges (changer adapter/bus/id/LUN)\n",
+      "  /slots <list>\t\tlibrary slots to test, e.g. 1-10,15 (default: all full)\n",
+      "  /drive <n>\t\tthe tested drive is the library's drive n (from 0)\n",
+      "  /readywait <min>\tminutes a loaded cartridge may take to become ready\n",
       "  /?\t\t\tthis help screen\n",
   };
   for (const char* text : kOptionLines) screen_printf("%s", text);

@@ -41,6 +41,8 @@ bool read_vpd_page(uint8_t page_code, std::string* data) {
   return true;
 }
 
+}  // namespace
+
 bool unit_serial_number(std::string* serial) {
   std::string pages;
   if (!read_vpd_page(kVpdSupportedPages, &pages) ||
@@ -53,6 +55,8 @@ bool unit_serial_number(std::string* serial) {
   serial->erase(serial->find_last_not_of(" \0", std::string::npos, 2) + 1);
   return true;
 }
+
+namespace {
 
 const char* text_or_null(const std::string& text, bool present) { return present ? text.c_str() : nullptr; }
 
@@ -115,6 +119,12 @@ void write_settings_object(const TestSettings& s) {
 }  // namespace
 
 std::vector<std::string> pass_blockers(double asked_megabytes) {
+  std::vector<std::string> reasons = test_pass_blockers();
+  for (std::string& reason : option_pass_blockers(asked_megabytes)) reasons.push_back(std::move(reason));
+  return reasons;
+}
+
+std::vector<std::string> test_pass_blockers() {
   std::vector<std::string> reasons;
   char text[128];
   if (test_totals.rwr_failed) {
@@ -126,6 +136,12 @@ std::vector<std::string> pass_blockers(double asked_megabytes) {
     reasons.push_back(text);
   }
   if (test_totals.bytes_verified == 0) reasons.push_back("0 bytes verified");
+  return reasons;
+}
+
+std::vector<std::string> option_pass_blockers(double asked_megabytes) {
+  std::vector<std::string> reasons;
+  char text[128];
   if (test_settings.total_megabytes < asked_megabytes) {
     std::snprintf(text, sizeof text, "amount cut by sizing to %.3f MB of %.3f MB asked",
                   test_settings.total_megabytes, asked_megabytes);

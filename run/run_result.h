@@ -11,6 +11,16 @@
 // `asked_megabytes`, an option number with illegal characters, an
 // unsupported `/uld`. Empty when the run passes.
 std::vector<std::string> pass_blockers(double asked_megabytes);
+// The part of those that belongs to the tape's test (verdicts, nothing
+// verified), which a library sweep judges cartridge by cartridge; and the
+// part that belongs to the options and the drive.
+std::vector<std::string> test_pass_blockers();
+std::vector<std::string> option_pass_blockers(double asked_megabytes);
+
+// The drive's unit serial number: Inquiry VPD page 00h, then page 80h when
+// the drive lists it; leading and trailing blanks cut. False when the drive
+// tells none.
+bool unit_serial_number(std::string* serial);
 
 // A blank line and "RESULT: PASSED" or "RESULT: FAILED (reason; reason)", on
 // the screen and in the report.

@@ -1,6 +1,5 @@
 #include "run/run_sequence.h"
 
-#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -17,9 +16,10 @@
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
 #include "results/results_file.h"
+#include "run/chart_file.h"
+#include "run/library_sweep.h"
 #include "run/options.h"
 #include "run/run_result.h"
-#include "run/streaming_chart.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "tape/drive_operations.h"
@@ -36,12 +36,6 @@ namespace {
 
 // The CDB list file; the output file is the log file of the log output.
 FILE* cdb_list_file = nullptr;
-// The `/plot` chart, opened with the report files so that a bad name fails
-// before the test, and written once: at the end of the run or by CTRL-C,
-// whichever claims it first, and closed once, by either thread (0 not yet
-// written, 1 being written, 2 written, 3 closed).
-FILE* chart_file = nullptr;
-std::atomic<int> chart_state{0};
 
 constexpr uint8_t kSequentialAccessDevice = 0x01;
 constexpr uint8_t kNoDeviceType = 0x1F;
@@ -94,38 +88,13 @@ int open_report_files() {
     error_printf("ERROR: unable to open \"%s\" for results\n", test_settings.results_file_name);
     failed = true;
   }
-  if (test_settings.chart_enabled != 0) {
-    chart_file = std::fopen(test_settings.chart_file_name, "wb");
-    // Its own buffer now, so that writing the chart from the CTRL-C thread
-    // does not make the stream allocate one.
-    static char chart_buffer[1 << 16];
-    if (chart_file != nullptr) std::setvbuf(chart_file, chart_buffer, _IOFBF, sizeof chart_buffer);
-    if (chart_file == nullptr) {
-      error_printf("ERROR: unable to open \"%s\" for the chart\n", test_settings.chart_file_name);
-      failed = true;
-    }
+  // A library sweep opens one chart per cartridge, named after it.
+  if (test_settings.chart_enabled != 0 && test_settings.changer_enabled == 0 &&
+      open_chart_file(test_settings.chart_file_name) != 0) {
+    error_printf("ERROR: unable to open \"%s\" for the chart\n", test_settings.chart_file_name);
+    failed = true;
   }
   return failed ? -1 : 0;
-}
-
-// Writes the chart of what was measured, once. 0, or -1 when it could not
-// be written whole.
-int write_chart(bool interrupted) {
-  int idle = 0;
-  if (chart_file == nullptr || !chart_state.compare_exchange_strong(idle, 1)) return 0;
-  int result = write_streaming_chart(chart_file, take_timing_snapshot(), interrupted);
-  chart_state.store(2);
-  return result;
-}
-
-// Closes the chart file unless it is being written or already closed. 0, or
-// -1 when the close lost data.
-int close_chart() {
-  if (chart_file == nullptr) return 0;
-  for (int state : {0, 2}) {
-    if (chart_state.compare_exchange_strong(state, 3)) return std::fclose(chart_file) == 0 ? 0 : -1;
-  }
-  return 0;
 }
 
 // The command timing runs when its figures are asked for.
@@ -170,6 +139,40 @@ int choose_platform() {
   return 0;
 }
 
+// The classic test of the one cartridge in the drive, after setup. The exit
+// code (0 or 1) and, as for a library sweep, the reasons: why it failed, or
+// why it must not count as a pass.
+int run_classic_test(bool set_up, double asked_megabytes, std::vector<std::string>* reasons) {
+  const char* failure = "setup failed";
+  int code = 1;
+  if (set_up) {
+    print_report_header();
+    print_settings_summary();
+    if (size_test() != 0) {
+      failure = "test sizing failed";
+    } else if (start_command_timing() != 0) {
+      failure = "no memory for the command timing";
+    } else if (run_test_iterations() != 0) {
+      failure = test_totals.failure != nullptr ? test_totals.failure : "a drive operation failed";
+    } else {
+      code = 0;
+    }
+  }
+  int chart = write_chart(false);
+  if (close_chart() != 0) chart = -1;
+  if (chart != 0) {
+    error_printf("ERROR: unable to write the chart \"%s\"\n", test_settings.chart_file_name);
+    if (code == 0) failure = "the chart could not be written";
+    code = 1;
+  }
+  if (code == 0) {
+    *reasons = pass_blockers(asked_megabytes);
+  } else {
+    reasons->push_back(failure);
+  }
+  return code;
+}
+
 }  // namespace
 
 int run_program(int argc, char** argv) {
@@ -181,34 +184,15 @@ int run_program(int argc, char** argv) {
   set_progress_style(os_stream_is_terminal(screen_stream()) ? ProgressStyle::overwrite
                                                             : ProgressStyle::minutely);
   const double asked_megabytes = test_settings.total_megabytes;
-  const char* failure = "setup failed";
   const bool set_up = setup_run() == 0;
   write_run_record(argc, argv, set_up);
-  if (set_up) {
+  std::vector<std::string> reasons;
+  if (set_up && test_settings.changer_enabled != 0) {
     print_report_header();
     print_settings_summary();
-    if (size_test() != 0) {
-      failure = "test sizing failed";
-    } else if (start_command_timing() != 0) {
-      failure = "no memory for the command timing";
-    } else if (run_test_iterations() != 0) {
-      failure = test_totals.failure != nullptr ? test_totals.failure : "a drive operation failed";
-    } else {
-      exit_code = 0;
-    }
-  }
-  int chart = write_chart(false);
-  if (close_chart() != 0) chart = -1;
-  if (chart != 0) {
-    error_printf("ERROR: unable to write the chart \"%s\"\n", test_settings.chart_file_name);
-    if (exit_code == 0) failure = "the chart could not be written";
-    exit_code = 1;
-  }
-  std::vector<std::string> reasons;
-  if (exit_code == 0) {
-    reasons = pass_blockers(asked_megabytes);
+    exit_code = static_cast<uint16_t>(run_library_sweep(asked_megabytes, &reasons));
   } else {
-    reasons.push_back(failure);
+    exit_code = static_cast<uint16_t>(run_classic_test(set_up, asked_megabytes, &reasons));
   }
   if (test_settings.strict_exit != 0) {
     print_result_line(reasons);
@@ -281,11 +265,9 @@ void cleanup_run() {
 // thread. When the test thread is writing the chart itself, it is let finish.
 void on_break(int) {
   seal_output();
+  write_sweep_break_line();  // where a library sweep leaves its cartridge
   results_write_interrupted();  // the line prepared for this, then the close
-  write_chart(true);
-  // The test thread may be writing the chart itself: let it finish first.
-  for (int wait = 0; wait < 5000 && chart_state.load() == 1; ++wait) sleep_msec(1);
-  close_chart();
+  write_chart_on_break();
   close_device_handles();
   FILE* output = log_file();
   if (output != nullptr) {
@@ -304,9 +286,8 @@ void on_break(int) {
 void reset_program_state() {
   if (cdb_list_file != nullptr) std::fclose(cdb_list_file);
   cdb_list_file = nullptr;
-  close_chart();
-  chart_file = nullptr;
-  chart_state.store(0);
+  reset_chart_file();
+  reset_library_sweep();
   reset_command_timing();
   FILE* output = log_file();
   set_log_file(nullptr);

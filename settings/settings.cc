@@ -16,6 +16,8 @@ TestSettings default_settings() {
   s.interval_megabytes = 128.0;
   s.logical_block_size = 0x400;
   s.max_transfer_length = 0x10000;
+  s.drive_ordinal = -1;
+  s.ready_wait_minutes = kDefaultReadyWaitMinutes;
   return s;
 }
 

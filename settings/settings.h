@@ -6,7 +6,19 @@
 
 #include <cstdint>
 
+#include "settings/slot_list.h"
+
 constexpr unsigned kFileNameCapacity = 128;  // 127 characters and a terminator
+
+// Where a SCSI unit answers: host adapter, bus, SCSI id and LUN.
+struct UnitAddress {
+  uint8_t adapter;
+  uint8_t bus;
+  uint8_t target_id;
+  uint8_t lun;
+};
+
+constexpr uint32_t kDefaultReadyWaitMinutes = 180;
 
 struct TestSettings {
   char output_file_name[kFileNameCapacity];
@@ -43,6 +55,14 @@ struct TestSettings {
   uint8_t chart_enabled;  // `/plot <file>`: streaming chart (SVG)
   char chart_file_name[kFileNameCapacity];
   uint8_t eta_enabled;  // `/eta`: the progress line shows the time left
+  // The library sweep (`/changer`): every chosen cartridge of a library is
+  // moved into the drive by its medium changer and tested in turn.
+  uint8_t changer_enabled;
+  UnitAddress changer;  // the one place that says where the changer answers
+  SlotRange slot_ranges[kMaxSlotRanges];  // `/slots`; none: every full slot
+  uint8_t slot_range_count;
+  int32_t drive_ordinal;  // `/drive n` (0-based); -1: found by the drive's serial number
+  uint32_t ready_wait_minutes;  // `/readywait`: how long a loaded cartridge may take
 };
 
 extern TestSettings test_settings;

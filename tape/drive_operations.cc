@@ -134,6 +134,33 @@ int wait_until_ready() {
   }
 }
 
+int wait_until_ready_within(uint32_t seconds) {
+  const uint64_t started = monotonic_ns();
+  const uint64_t limit = static_cast<uint64_t>(seconds) * 1000000000;
+  // Counted as well as timed, so that a clock that stands still cannot
+  // make the wait endless.
+  for (uint64_t tries = 0;; ++tries) {
+    scsi_test_unit_ready();
+    if (!command_failed()) return 0;
+    if (sense_byte(12) == 0x30) return -1;  // incompatible medium: it stays so
+    if (tries >= seconds || monotonic_ns() - started >= limit) return -1;
+    sleep_msec(1000);
+  }
+}
+
+int unload_for_changer() {
+  scsi_load_unload(0, 0, 0);
+  if (command_failed() && sense_is(0x5, 0x53, 0x02)) {  // medium removal prevented
+    scsi_prevent_allow(0);
+    scsi_load_unload(0, 0, 0);
+  }
+  if (command_failed() && !rejected_as_unsupported() && !sense_is(0x2, 0x3A, 0x00)) {
+    report_failure("unable to unload drive");
+    return finish(-1);
+  }
+  return finish(0);
+}
+
 int unload_reload() {
   report_printf("\r\nunloading/reloading drive ...\r\n");
   if (removal_lock_step != 0) {

@@ -184,6 +184,17 @@ void close_device_handles() {
   }
 }
 
+void close_addressed_handle() {
+  for (unsigned slot = 0; slot < device_count; ++slot) {
+    DeviceHandle* record = device_table[slot].record;
+    if (record != nullptr && addressed(device_table[slot]) && record->handle != kInvalidPlatformHandle) {
+      close_record(record);
+      record->age = 0;
+      return;
+    }
+  }
+}
+
 void reset_device_table() {
   close_device_handles();
   std::memset(device_table, 0, sizeof device_table);

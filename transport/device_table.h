@@ -38,6 +38,11 @@ int query_addressed_transfer_limits(TransferLimits* limits);
 // For the CTRL-C handler: closes every open device handle and nothing else
 // (no memory is freed under a test thread that may still run).
 void close_device_handles();
+// Closes the handle through which the addressed unit is reached, if it is
+// open (a medium changer is held only for one command sequence, so that
+// other processes can use it between them). Other units reached through the
+// same handle (an adapter's) open it again at their next command.
+void close_addressed_handle();
 // The device name ("\\\\.\\TapeN" or "\\\\.\\ScsiN:") through which the
 // addressed unit is reached, or nullptr when none is registered.
 const char* addressed_device_name();

@@ -9,11 +9,16 @@
 //   "\\.\TapeN"   the st driver's non-rewinding node /dev/nstN; commands go
 //                 through SG_IO on that node. The st driver lets one process
 //                 open a tape at a time, so the open itself is exclusive.
-// The adapter's inquiry data lists a unit that no class driver claims (a
-// tape without st, a changer without ch) only when its sg node can be opened
-// for exclusive use, so that a unit the program cannot reach is not
-// registered and the run says "unable to access tape drive" for it, with the
-// reason in describe_last_error.
+// The adapter's inquiry data lists a tape that no class driver claims (no
+// st) only when its sg node can be opened for exclusive use, so that a unit
+// the program cannot reach is not registered and the run says "unable to
+// access tape drive" for it, with the reason in describe_last_error.
+// A medium changer is always reached through its sg node, whether the ch
+// driver is bound or not (ch keeps no state that the program's commands
+// would upset), so it is listed as unclaimed whenever it has an sg node; it
+// is not opened to check it, because another process may hold it for a
+// moment (a library shared by several drives) and the program waits for it
+// at its first command.
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -35,6 +40,8 @@
 #include "transport/platform/sysfs_linux.h"
 
 namespace {
+
+constexpr int kMediumChangerType = 0x08;
 
 int real_open(const char* path, int flags) { return ::open(path, flags); }
 int real_close(int fd) { return ::close(fd); }
@@ -317,8 +324,7 @@ int query_adapter(PlatformHandle adapter, AdapterInquiry* inquiry) {
     const SysfsUnit& unit = units[i];
     if (unit.channel >= inquiry->bus_count) inquiry->bus_count = static_cast<uint8_t>(unit.channel + 1);
     LogicalUnitInfo& info = inquiry->units[inquiry->unit_count];
-    info = LogicalUnitInfo{unit.channel, unit.target, unit.lun, unit_claimed(unit) ? uint8_t{1} : uint8_t{0},
-                           0, {}};
+    info = LogicalUnitInfo{unit.channel, unit.target, unit.lun, 0, 0, {}};
     if (unit.inquiry_length > 0) {
       info.inquiry_length = unit.inquiry_length;
       std::memcpy(info.inquiry, unit.inquiry, unit.inquiry_length);
@@ -330,7 +336,17 @@ int query_adapter(PlatformHandle adapter, AdapterInquiry* inquiry) {
       info.inquiry_length = inquiry_from_attributes(unit, info.inquiry);
     }
     const int type = info.inquiry[0] & 0x1F;
-    if (!info.claimed && (type == 1 || type == 8) && !unclaimed_unit_reachable(unit)) continue;
+    if (type == kMediumChangerType) {
+      if (unit.sg_name.empty()) {
+        set_note("The SCSI generic driver has no node for the changer at SCSI address %s; load it with "
+                 "\"modprobe sg\".",
+                 address_text(ScsiAddress{unit.host, unit.channel, unit.target, unit.lun}).c_str());
+        continue;
+      }
+    } else {
+      info.claimed = unit_claimed(unit) ? 1 : 0;
+      if (!info.claimed && type == 1 && !unclaimed_unit_reachable(unit)) continue;
+    }
     ++inquiry->unit_count;
   }
   return 0;
