@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "changer/element_status.h"
 #include "console/log_output.h"
 #include "drive_status/collection.h"
 #include "drive_status/dsc_config.h"
@@ -282,6 +283,34 @@ int status_report_fuzz(const std::string&) {
     hex_dump(memory, dumped.data(), buffer_size, start, count);
   });
   result.sense_data = nullptr;
+  return 0;
+}
+
+// A medium changer's element status answer: a capacity (1 to 64
+// descriptors) and the bytes, read as the allocation length they fill.
+int element_status_fuzz(const std::string&) {
+  const uint32_t capacity = 1 + input.take(1) % 64;
+  std::vector<uint8_t> buffer(input.data, input.data + std::min<size_t>(input.left, 8192));
+  static ElementStatus elements[64];
+  const uint32_t length = static_cast<uint32_t>(buffer.size());
+  const ElementStatusReport report =
+      parse_element_status(buffer.empty() ? nullptr : buffer.data(), length, elements, capacity);
+  check(report.parsed <= capacity, "no more descriptors than the array holds");
+  check(length >= kElementStatusHeaderLength || (report.malformed && report.parsed == 0),
+        "a buffer without a whole header gives nothing");
+  check(report.parsed * kElementDescriptorMinLength <= length, "each descriptor lies within the buffer");
+  for (uint32_t i = 0; i < report.parsed; ++i) {
+    const ElementStatus& e = elements[i];
+    check(e.type >= kMediumTransportElement && e.type <= kDataTransferElement, "a known element type");
+    check(ends_within(e.barcode, sizeof e.barcode), "a barcode ends within its field");
+    for (const char* c = e.barcode; *c != '\0'; ++c) check(*c >= 0x20 && *c < 0x7F, "a barcode is printable");
+    check(e.identifier_length <= kMaxIdentifierLength, "an identifier fits its field");
+    char serial[kMaxIdentifierLength + 1];
+    identifier_serial(e, serial, sizeof serial);
+    check(ends_within(serial, sizeof serial), "a serial ends within its field");
+    if (serial[0] != '\0') check(identifier_matches_serial(e, serial), "an identifier matches its own serial");
+  }
+  if (report.parsed > 0) check(report.last_address == elements[report.parsed - 1].address, "last address");
   return 0;
 }
 
