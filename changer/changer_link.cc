@@ -45,7 +45,6 @@ int judge_first_answer(unsigned* attentions, bool* said_held, bool* said_not_rea
   if (!failed()) return 0;
   const bool out_of_time = monotonic_ns() - started >= kHeldWaitNs;
   if (held_by_another_process()) {
-    close_addressed_handle();
     if (out_of_time) {
       report_printf("ERROR: the medium changer at SCSI id %X LUN %u is still in use by another process after "
                     "10 minutes\r\n",
@@ -71,7 +70,11 @@ int judge_first_answer(unsigned* attentions, bool* said_held, bool* said_not_rea
     if (last_asc() == 0x28) inventory_changed = true;
     return 2;  // at once
   }
-  if (last_sense_key() == kNotReady && last_asc() == 0x04 && !out_of_time) {
+  if (last_sense_key() == kNotReady && last_asc() == 0x04) {
+    if (out_of_time) {
+      report_changer_failure("medium changer not ready after 10 minutes");
+      return -1;
+    }
     if (!*said_not_ready) {
       report_printf("waiting for the medium changer at SCSI id %X LUN %u to become ready\r\n", changer_id(),
                     changer_lun());
@@ -79,8 +82,9 @@ int judge_first_answer(unsigned* attentions, bool* said_held, bool* said_not_rea
     }
     return 1;
   }
-  report_changer_failure("medium changer not ready");
-  return -1;
+  // Anything else is for the sequence's own commands to meet (a device that
+  // is no changer at all is told by its Inquiry).
+  return 0;
 }
 
 }  // namespace
@@ -102,6 +106,7 @@ int changer_begin() {
   const uint64_t started = monotonic_ns();
   unsigned attentions = 0;
   bool said_held = false, said_not_ready = false;
+  uint32_t pause_ms = 100;
   for (;;) {
     changer_test_unit_ready();
     const int verdict = judge_first_answer(&attentions, &said_held, &said_not_ready, started);
@@ -111,7 +116,9 @@ int changer_begin() {
       flush_report_streams();
       return -1;
     }
-    if (verdict == 1) sleep_msec(kPollMs);
+    // A short hold ends soon: the first pauses are short, then one a second.
+    if (verdict == 1) sleep_msec(pause_ms < kPollMs ? pause_ms : kPollMs);
+    if (verdict == 1) pause_ms *= 2;
   }
 }
 

@@ -14,11 +14,12 @@
 // 15 or a LUN above 7). 0 or -1.
 int changer_check_address();
 
-// Begins a sequence: addresses the changer and sends TEST UNIT READY until it
-// answers GOOD. A changer held by another process is tried again every
-// second for up to 10 minutes (one line says so); unit attentions are taken
+// Begins a sequence: addresses the changer and sends TEST UNIT READY. A
+// changer held by another process is tried again every
+// second (sooner at first) for up to 10 minutes (one line says so); unit attentions are taken
 // as they come (a power-on 29/00 is a changer's usual first answer), and a
-// changer that is becoming ready is waited for as long. 0 with the changer
+// changer that is becoming ready (NOT READY, ASC 04h) is waited for as long;
+// any other answer is left to the sequence's commands. 0 with the changer
 // addressed; -1 after the error line and the status report, with the
 // changer's handle closed and the drive addressed again.
 int changer_begin();

@@ -56,6 +56,8 @@ int identify_changer(LibraryPlan* plan) {
   inquiry_text(8, 8, plan->vendor);
   inquiry_text(16, 16, plan->product);
   inquiry_text(32, 4, plan->revision);
+  report_printf("\r\nLIBRARY: medium changer %s %s %s at SCSI id %X LUN %u\r\n", plan->vendor, plan->product,
+                plan->revision, static_cast<unsigned>(c.target_id), static_cast<unsigned>(c.lun));
   return 0;
 }
 
@@ -65,7 +67,7 @@ int take_inventory(LibraryPlan* plan) {
   if (read_inventory(&plan->inventory) != 0) return -1;
   const bool changed = changer_inventory_changed();
   if (!changed && !inventory_not_valid(plan->inventory)) return 0;
-  report_printf("initializing element status (the medium changer reports %s)\r\n",
+  report_printf("  initializing element status (the medium changer reports %s)\r\n",
                 changed ? "that its inventory may have changed" : "elements whose status is not valid");
   changer_initialize_element_status();
   if (failed()) {
@@ -81,9 +83,6 @@ const char* plural(uint32_t count, const char* one, const char* more) { return c
 
 void print_library(const LibraryPlan& plan) {
   const Inventory& inventory = plan.inventory;
-  const UnitAddress& c = test_settings.changer;
-  report_printf("\r\nLIBRARY: medium changer %s %s %s at SCSI id %X LUN %u\r\n", plan.vendor, plan.product,
-                plan.revision, static_cast<unsigned>(c.target_id), static_cast<unsigned>(c.lun));
   const uint32_t slots = inventory.count[kStorageElement];
   const uint32_t drives = inventory.count[kDataTransferElement];
   const uint32_t mail = inventory.count[kImportExportElement];
@@ -91,12 +90,14 @@ void print_library(const LibraryPlan& plan) {
   report_printf("  %u %s, %u %s, %u import/export %s, %u medium transport %s\r\n", slots,
                 plural(slots, "slot", "slots"), drives, plural(drives, "drive", "drives"), mail,
                 plural(mail, "element", "elements"), pickers, plural(pickers, "element", "elements"));
+  // How the panel's numbers map onto element addresses.
   for (uint8_t type : {kStorageElement, kDataTransferElement}) {
-    const ElementStatus* first = element_of_type(inventory, type, 0);
-    const ElementStatus* last = element_of_type(inventory, type, inventory.count[type] - 1);
-    if (first == nullptr || last == nullptr) continue;
-    report_printf("  %s: elements %u to %u\r\n", type == kStorageElement ? "slots 1 and on" : "drives 0 and on",
-                  static_cast<unsigned>(first->address), static_cast<unsigned>(last->address));
+    const uint32_t count = inventory.count[type];
+    if (count == 0) continue;
+    const bool slot = type == kStorageElement;
+    report_printf("  %s %u-%u: elements %u-%u\r\n", slot ? "slots" : "drives", slot ? 1u : 0u,
+                  slot ? count : count - 1, static_cast<unsigned>(element_of_type(inventory, type, 0)->address),
+                  static_cast<unsigned>(element_of_type(inventory, type, count - 1)->address));
   }
 }
 
@@ -163,7 +164,7 @@ int choose_slots(LibraryPlan* plan) {
     const ElementStatus* slot = element_of_type(inventory, kStorageElement, number - 1);
     if (!slot->full) {
       if (range_count != 0) {
-        report_printf("slot %u (element %u) is empty: nothing to test there\r\n", number,
+        report_printf("  slot %u (element %u) is empty: nothing to test there\r\n", number,
                       static_cast<unsigned>(slot->address));
       }
       continue;
@@ -187,14 +188,15 @@ int prepare_library(LibraryPlan* plan) {
   const ElementStatus* picker = element_of_type(plan->inventory, kMediumTransportElement, 0);
   plan->transport = picker != nullptr ? picker->address : 0;
   print_library(*plan);
-  if (choose_drive(plan) != 0 || choose_slots(plan) != 0) {
-    flush_report_streams();
-    return -1;
+  result = choose_drive(plan);
+  if (result == 0) {
+    report_printf("  tested drive: drive %u (element %u)", plan->drive_number,
+                  static_cast<unsigned>(plan->drive_element));
+    if (!plan->drive_serial.empty()) report_printf(", serial number %s", plan->drive_serial.c_str());
+    report_printf("\r\n");
+    result = choose_slots(plan);
   }
-  report_printf("  tested drive: drive %u (element %u)", plan->drive_number,
-                static_cast<unsigned>(plan->drive_element));
-  if (!plan->drive_serial.empty()) report_printf(", serial number %s", plan->drive_serial.c_str());
-  report_printf("\r\n  cartridges to test: %u\r\n", static_cast<unsigned>(plan->slots.size()));
+  if (result == 0) report_printf("  cartridges to test: %u\r\n", static_cast<unsigned>(plan->slots.size()));
   flush_report_streams();
-  return 0;
+  return result;
 }

@@ -57,7 +57,8 @@ const ElementStatus& slot_element(uint32_t number) {
   return *element_of_type(plan.inventory, kStorageElement, number - 1);
 }
 
-// One Move Medium with its line; the error line names both elements. 0 or -1.
+// One Move Medium; the error line names both elements and says where to look.
+// 0 or -1.
 int move_cartridge(const char* barcode, uint16_t from, uint16_t to) {
   changer_move_medium(plan.transport, from, to);
   if (!failed()) return 0;
@@ -65,6 +66,8 @@ int move_cartridge(const char* barcode, uint16_t from, uint16_t to) {
   std::snprintf(what, sizeof what, "unable to move cartridge %s from element %u to element %u", barcode,
                 static_cast<unsigned>(from), static_cast<unsigned>(to));
   report_changer_failure(what);
+  report_printf("cartridge %s is left where the medium changer stopped: in element %u, element %u or the picker\r\n",
+                barcode, static_cast<unsigned>(from), static_cast<unsigned>(to));
   return -1;
 }
 
@@ -279,7 +282,8 @@ int sweep_cartridge(uint32_t number, CartridgeOutcome* o) {
   const bool ready = wait_until_ready_within(test_settings.ready_wait_minutes * 60) == 0;
   if (ready) {
     test_loaded_cartridge(o);
-    rewind_tape();
+    // A test that went through ended at the beginning of the tape.
+    if (o->result == CartridgeResult::failed) rewind_tape();
   } else {
     const uint8_t* sense = scsi_transport.result.sense_data;
     std::snprintf(o->reason, sizeof o->reason, "never ready (%s, ASC/ASCQ %02X/%02X)",
@@ -291,10 +295,11 @@ int sweep_cartridge(uint32_t number, CartridgeOutcome* o) {
   }
   report_printf("cartridge %s: %s\r\n", o->barcode, cartridge_result_text(*o).c_str());
   if (return_cartridge(number, o->barcode) != 0) {
-    if (o->result == CartridgeResult::passed || o->result == CartridgeResult::not_passed) {
-      o->result = CartridgeResult::failed;
-      std::snprintf(o->reason, sizeof o->reason, "%s", stop_reason);
+    const bool tested = o->result != CartridgeResult::failed;
+    if (tested || o->reason[0] == '\0') {
+      std::snprintf(o->reason, sizeof o->reason, "%s%s", stop_reason, tested ? " (after its test)" : "");
     }
+    o->result = CartridgeResult::failed;
     return -1;
   }
   flush_report_streams();

@@ -35,12 +35,9 @@ LineCells line_cells(const CartridgeOutcome& o) {
   if (!tested(o)) return c;
   std::snprintf(c.written, sizeof c.written, "%.3f", static_cast<double>(o.bytes_written) / kBytesPerMegabyte);
   std::snprintf(c.verified, sizeof c.verified, "%.3f", static_cast<double>(o.bytes_verified) / kBytesPerMegabyte);
-  if (o.write_seconds > 0.0) {
-    std::snprintf(c.write_rate, sizeof c.write_rate, "%.0f MB/s", megabytes_per_second(o.bytes_written, o.write_seconds));
-  }
-  if (o.read_seconds > 0.0) {
-    std::snprintf(c.read_rate, sizeof c.read_rate, "%.0f MB/s", megabytes_per_second(o.bytes_verified, o.read_seconds));
-  }
+  // As the report's KB/SEC: 0 when no time could be measured.
+  std::snprintf(c.write_rate, sizeof c.write_rate, "%.0f MB/s", megabytes_per_second(o.bytes_written, o.write_seconds));
+  std::snprintf(c.read_rate, sizeof c.read_rate, "%.0f MB/s", megabytes_per_second(o.bytes_verified, o.read_seconds));
   if (o.rwr_known) std::snprintf(c.rwr, sizeof c.rwr, "%.1f", o.max_rwr_percentage);
   if (o.ecc_known) std::snprintf(c.ecc, sizeof c.ecc, "%.1f", o.max_ecc_percentage);
   if (o.alerts_known) std::snprintf(c.alerts, sizeof c.alerts, "%d", std::popcount(o.alerts_raised));

@@ -139,10 +139,13 @@ int wait_until_ready_within(uint32_t seconds) {
   const uint64_t limit = static_cast<uint64_t>(seconds) * 1000000000;
   // Counted as well as timed, so that a clock that stands still cannot
   // make the wait endless.
+  unsigned attentions = 0;
   for (uint64_t tries = 0;; ++tries) {
     scsi_test_unit_ready();
     if (!command_failed()) return 0;
     if (sense_byte(12) == 0x30) return -1;  // incompatible medium: it stays so
+    // A unit attention (28/00 after a load) is news, not a state: ask again.
+    if (sense_key() == 0x6 && ++attentions <= 8) continue;
     if (tries >= seconds || monotonic_ns() - started >= limit) return -1;
     sleep_msec(1000);
   }

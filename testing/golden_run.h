@@ -11,7 +11,7 @@
 // .out the output file bftdtest.out, .cdb the CDB list bftdtest.cdb, .screen
 // the screen, .err the error stream, any other <what> the run's file of that
 // name. Without <name>.out (or the `report` of another case) the run must
-// not write bftdtest.out. Dates, times and the SEC and KB/SEC figures are
+// not write bftdtest.out. Dates, times and the SEC, KB/SEC and MB/s figures are
 // masked to their shape. A run with `/json results.jsonl` can also have every
 // line of its results file parsed and summed up (`results`).
 //
