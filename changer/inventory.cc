@@ -123,16 +123,27 @@ const ElementStatus* element_of_type(const Inventory& inventory, uint8_t type, u
   return &inventory.elements[inventory.first[type] + ordinal];
 }
 
+namespace {
+
+// The element at `address` among those of `type` (kept in address order), or nullptr.
+const ElementStatus* find_in_type(const Inventory& inventory, uint8_t type, uint16_t address) {
+  const auto begin = inventory.elements.begin() + inventory.first[type];
+  const auto end = begin + inventory.count[type];
+  const auto found = std::lower_bound(begin, end, address,
+                                      [](const ElementStatus& e, uint16_t wanted) { return e.address < wanted; });
+  return found != end && found->address == address ? &*found : nullptr;
+}
+
+}  // namespace
+
 const ElementStatus* element_at(const Inventory& inventory, uint16_t address) {
-  for (const ElementStatus& e : inventory.elements) {
-    if (e.address == address) return &e;
+  for (uint8_t type = kMediumTransportElement; type <= kDataTransferElement; ++type) {
+    if (const ElementStatus* e = find_in_type(inventory, type, address)) return e;
   }
   return nullptr;
 }
 
 uint32_t slot_number(const Inventory& inventory, uint16_t address) {
-  for (uint32_t i = 0; i < inventory.count[kStorageElement]; ++i) {
-    if (inventory.elements[inventory.first[kStorageElement] + i].address == address) return i + 1;
-  }
-  return 0;
+  const ElementStatus* slot = find_in_type(inventory, kStorageElement, address);
+  return slot != nullptr ? static_cast<uint32_t>(slot - &inventory.elements[inventory.first[kStorageElement]]) + 1 : 0;
 }

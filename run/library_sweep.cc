@@ -375,6 +375,7 @@ int run_library_sweep(double asked_megabytes, std::vector<std::string>* reasons)
     stop("the library could not be prepared");
     return judge_sweep(asked_megabytes, false, reasons);
   }
+  outcomes.reserve(plan.slots.size());
   for (uint32_t number : plan.slots) {
     CartridgeOutcome o{};
     const ElementStatus& slot = slot_element(number);
