@@ -1,7 +1,7 @@
 // Runs a command as a child process, its output discarded, and prints the
 // child's peak resident memory, its exit code and the wall time:
 //   peak_rss <program> [arguments...]
-// prints "peak_rss_kb=N exit=N seconds=N.N". Linux only.
+// prints "peak_rss_kb=N exit=N seconds=N.NNN". Linux only.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -36,6 +36,6 @@ int main(int argc, char** argv) {
   }
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  std::printf("peak_rss_kb=%ld exit=%d seconds=%.1f\n", usage.ru_maxrss, code, seconds);
+  std::printf("peak_rss_kb=%ld exit=%d seconds=%.3f\n", usage.ru_maxrss, code, seconds);
   return 0;
 }

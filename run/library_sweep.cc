@@ -28,7 +28,6 @@
 namespace {
 
 LibraryPlan plan;
-Inventory final_inventory;
 std::vector<CartridgeOutcome> outcomes;
 char stop_reason[128];  // why the sweep stopped; empty while it goes on
 
@@ -313,6 +312,9 @@ void check_cartridges_home(std::vector<std::string>* reasons) {
     reasons->push_back("the medium changer could not be reached after the sweep");
     return;
   }
+  // The plan's inventory is not needed any more (the outcomes keep their
+  // slots' addresses): read into its storage, so nothing grows.
+  Inventory& final_inventory = plan.inventory;
   const int read = read_inventory(&final_inventory);
   changer_end();
   if (read != 0) {
@@ -408,7 +410,6 @@ void write_sweep_break_line() {
 void reset_library_sweep() {
   plan.inventory.elements.clear();
   plan.slots.clear();
-  final_inventory.elements.clear();
   outcomes.clear();
   stop_reason[0] = '\0';
   break_line_length = 0;
