@@ -53,6 +53,11 @@ const GoldenCase kLibraryRows[] = {
     // afresh (one flag raised in each, not two in the second).
     {"library_health", "/dsc VIRTUAL-TAPE /health /strict /megs 1 /vtape drive.vtape /changer 0 0 1 0",
      "slots = 2\nrewrite_percent = 2\ntapealert_at_write = 5:6\n", true, 2},
+    // 100 slots do not fit one answer of 4 KiB: the slots are read in two
+    // pieces, the second from the element after the last one of the first;
+    // slot 100 comes from that second piece.
+    {"library_pieces", "/megs 1 /slots 1,100 /cfile bftdtest.cdb /vtape drive.vtape /changer 0 0 1 0", "slots = 100\n",
+     false, 0},
     // CTRL-C during the second cartridge's test leaves it in the drive.
     {"library_break", "/megs 1 /cfile bftdtest.cdb /vtape drive.vtape /changer 0 0 1 0",
      "slots = 3\nbreak_at_command = 70\n", false, 1},
