@@ -337,9 +337,7 @@ void check_cartridges_home(std::vector<std::string>* reasons) {
 }
 
 std::string outcome_reason(const CartridgeOutcome& o) {
-  char text[192];
-  std::snprintf(text, sizeof text, "%s (slot %u): %s", o.barcode[0] != '\0' ? o.barcode : "-", o.slot, o.reason);
-  return text;
+  return std::string(o.barcode[0] != '\0' ? o.barcode : "-") + " (slot " + std::to_string(o.slot) + "): " + o.reason;
 }
 
 // The exit code of the sweep and its reasons, as for a classic run.
