@@ -32,7 +32,7 @@ std::string mask_run_figures(const std::string& report) {
   static const std::regex seconds(R"(\b\d+\.\d\d SEC\b)");
   static const std::regex rate(R"(\b\d+ KB/SEC\b)");
   // A library sweep's summary: the figure and the blanks that align it.
-  static const std::regex sweep_rate(R"( *\b\d+ MB/s\b)");
+  static const std::regex sweep_rate(R"( +\d+ MB/s\b)");
   std::string text = std::regex_replace(report, date, "MM/DD/YY");
   text = std::regex_replace(text, time, "hh:mm:ss am");
   text = std::regex_replace(text, seconds, "#.## SEC");
