@@ -2,17 +2,12 @@
 
 #include <cstring>
 
+#include "scsi/operation_codes.h"
 #include "transport/command_buffers.h"
 #include "transport/executor.h"
 #include "transport/scsi_transport.h"
 
 namespace {
-
-constexpr uint8_t kTestUnitReady = 0x00;
-constexpr uint8_t kInquiry = 0x12;
-constexpr uint8_t kInitializeElementStatus = 0x07;
-constexpr uint8_t kMoveMedium = 0xA5;
-constexpr uint8_t kReadElementStatus = 0xB8;
 
 void put_16(uint8_t* field, uint32_t value) {
   field[0] = static_cast<uint8_t>(value >> 8);
@@ -27,19 +22,19 @@ void send(uint8_t* buffer, uint32_t length, const uint8_t* cdb, uint8_t cdb_leng
 }  // namespace
 
 void changer_test_unit_ready() {
-  const uint8_t cdb[6] = {kTestUnitReady, 0, 0, 0, 0, scsi_transport.control_byte};
+  const uint8_t cdb[6] = {kOpTestUnitReady, 0, 0, 0, 0, scsi_transport.control_byte};
   send(no_data_buffer, 0, cdb, sizeof cdb);
 }
 
 void changer_inquiry(uint8_t* buffer, uint8_t allocation_length) {
   std::memset(buffer, 0, allocation_length);
-  const uint8_t cdb[6] = {kInquiry, 0, 0, 0, allocation_length, scsi_transport.control_byte};
+  const uint8_t cdb[6] = {kOpInquiry, 0, 0, 0, allocation_length, scsi_transport.control_byte};
   send(buffer, allocation_length, cdb, sizeof cdb);
 }
 
 void changer_inquiry_vpd(uint8_t page_code, uint8_t* buffer, uint8_t allocation_length) {
   std::memset(buffer, 0, allocation_length);
-  const uint8_t cdb[6] = {kInquiry, 0x01, page_code, 0, allocation_length, scsi_transport.control_byte};
+  const uint8_t cdb[6] = {kOpInquiry, 0x01, page_code, 0, allocation_length, scsi_transport.control_byte};
   send(buffer, allocation_length, cdb, sizeof cdb);
 }
 
@@ -47,7 +42,7 @@ void changer_read_element_status(uint8_t element_type, uint16_t start, uint16_t 
                                  uint8_t* buffer, uint32_t allocation_length) {
   std::memset(buffer, 0, allocation_length);
   uint8_t cdb[12] = {};
-  cdb[0] = kReadElementStatus;
+  cdb[0] = kOpReadElementStatus;
   cdb[1] = static_cast<uint8_t>(0x10 | (element_type & 0x0F));  // VOLTAG
   put_16(cdb + 2, start);
   put_16(cdb + 4, count);
@@ -60,7 +55,7 @@ void changer_read_element_status(uint8_t element_type, uint16_t start, uint16_t 
 
 void changer_move_medium(uint16_t transport, uint16_t source, uint16_t destination) {
   uint8_t cdb[12] = {};
-  cdb[0] = kMoveMedium;
+  cdb[0] = kOpMoveMedium;
   put_16(cdb + 2, transport);
   put_16(cdb + 4, source);
   put_16(cdb + 6, destination);
@@ -69,6 +64,6 @@ void changer_move_medium(uint16_t transport, uint16_t source, uint16_t destinati
 }
 
 void changer_initialize_element_status() {
-  const uint8_t cdb[6] = {kInitializeElementStatus, 0, 0, 0, 0, scsi_transport.control_byte};
+  const uint8_t cdb[6] = {kOpInitializeElementStatus, 0, 0, 0, 0, scsi_transport.control_byte};
   send(no_data_buffer, 0, cdb, sizeof cdb);
 }

@@ -58,9 +58,33 @@ const GoldenCase kLibraryRows[] = {
     // slot 100 comes from that second piece.
     {"library_pieces", "/megs 1 /slots 1,100 /cfile bftdtest.cdb /vtape drive.vtape /changer 0 0 1 0", "slots = 100\n",
      false, 0},
+    // The results file: the library, each cartridge's records tagged with
+    // its barcode, the cartridge records and the result over the sweep.
+    {"library_json", "/megs 1 /health /slots 1-3,8 /json results.jsonl /vtape drive.vtape /changer 0 0 1 0",
+     "slots = 8\ndrives = 2\ncleaning_slots = 8\ndamaged_slots = 3\ntapealert_at_write = 20:6\n", false, 1, nullptr,
+     "run:VT00000001 library:8/2:drive=256:4 VT0001L9/health0 VT0001L9/write:complete VT0001L9/read_compare:complete "
+     "VT0001L9/iteration VT0001L9/health1 cartridge:VT0001L9@1:passed VT0002L9/health0 VT0002L9/write:complete "
+     "VT0002L9/read_compare:complete VT0002L9/iteration VT0002L9/health1:6+ cartridge:VT0002L9@2:passed:ta=6 "
+     "VT0003L9/health0 VT0003L9/write:complete VT0003L9/read_compare:miscompare@5+0x0 VT0003L9/health1 "
+     "cartridge:VT0003L9@3:failed:data miscompare cartridge:CLN001L1@8:skipped:cleaning cartridge "
+     "result:failed:1:VT0003L9 (slot 3): data miscompare"},
+    {"library_json_stopped", "/megs 1 /cfile bftdtest.cdb /json results.jsonl /vtape drive.vtape /changer 0 0 1 0",
+     "slots = 3\nmove_fails_at = 3\n", false, 1, "library_move_fails",
+     "run:VT00000001 library:3/1:drive=256:3 VT0001L9/write:complete VT0001L9/read_compare:complete "
+     "VT0001L9/iteration cartridge:VT0001L9@1:passed cartridge:VT0002L9@2:failed:a changer command failed "
+     "cartridge:VT0003L9@3:not_tested result:failed:1:sweep stopped: a changer command failed;VT0002L9 (slot 2): a "
+     "changer command failed"},
+    {"library_json_no_drive", "/megs 1 /json results.jsonl /vtape drive.vtape /changer 0 0 1 0",
+     "slots = 2\ndvcid = no\n", false, 1, "library_no_identifiers",
+     "run:VT00000001 library:2/1:drive=-:- result:failed:1:sweep stopped: the library could not be prepared"},
     // CTRL-C during the second cartridge's test leaves it in the drive.
     {"library_break", "/megs 1 /cfile bftdtest.cdb /vtape drive.vtape /changer 0 0 1 0",
      "slots = 3\nbreak_at_command = 70\n", false, 1},
+    // The interrupted result line names the cartridge in the drive.
+    {"library_break_json", "/megs 1 /json results.jsonl /vtape drive.vtape /changer 0 0 1 0",
+     "slots = 3\nbreak_at_command = 74\n", false, 1, nullptr,
+     "run:VT00000001 library:3/1:drive=256:3 VT0001L9/write:complete VT0001L9/read_compare:complete "
+     "VT0001L9/iteration cartridge:VT0001L9@1:passed VT0002L9/result:interrupted:1:interrupted by CTRL-C"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Library, GoldenRun, ::testing::ValuesIn(kLibraryRows), golden_case_name);

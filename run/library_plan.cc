@@ -6,6 +6,7 @@
 #include "changer/changer_commands.h"
 #include "changer/changer_link.h"
 #include "console/log_output.h"
+#include "results/results_file.h"
 #include "run/run_result.h"
 #include "settings/settings.h"
 #include "settings/slot_list.h"
@@ -17,6 +18,7 @@ constexpr uint8_t kMediumChangerDevice = 0x08;
 constexpr uint8_t kNoDeviceType = 0x1F;
 constexpr uint8_t kLogicalUnitNotSupported = 3;  // peripheral qualifier
 constexpr uint8_t kInquiryLength = 36;
+constexpr uint8_t kVpdUnitSerialNumber = 0x80;
 
 uint8_t inquiry_data[kInquiryLength];
 
@@ -30,6 +32,25 @@ void inquiry_text(unsigned offset, unsigned length, char* text) {
     text[i] = byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '?';
   }
   text[kept] = '\0';
+}
+
+// The changer's unit serial number (VPD page 80h), for the results file; ""
+// when it has none.
+void read_changer_serial(char* serial, size_t size) {
+  static uint8_t page[255];
+  changer_inquiry_vpd(kVpdUnitSerialNumber, page, sizeof page);
+  if (failed() || page[1] != kVpdUnitSerialNumber) return;
+  unsigned start = 4, end = 4 + page[3];
+  if (end > sizeof page) end = sizeof page;
+  while (start < end && (page[start] == ' ' || page[start] == 0)) ++start;
+  while (end > start && (page[end - 1] == ' ' || page[end - 1] == 0)) --end;
+  unsigned length = end - start;
+  if (length > size - 1) length = static_cast<unsigned>(size - 1);
+  for (unsigned i = 0; i < length; ++i) {
+    const uint8_t byte = page[start + i];
+    serial[i] = byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '?';
+  }
+  serial[length] = '\0';
 }
 
 // Inquiry of the addressed changer and the device type check, in the style
@@ -56,6 +77,8 @@ int identify_changer(LibraryPlan* plan) {
   inquiry_text(8, 8, plan->vendor);
   inquiry_text(16, 16, plan->product);
   inquiry_text(32, 4, plan->revision);
+  plan->serial[0] = '\0';
+  if (results_enabled()) read_changer_serial(plan->serial, sizeof plan->serial);
   report_printf("\r\nLIBRARY: medium changer %s %s %s at SCSI id %X LUN %u\r\n", plan->vendor, plan->product,
                 plan->revision, static_cast<unsigned>(c.target_id), static_cast<unsigned>(c.lun));
   return 0;
@@ -70,6 +93,7 @@ int take_inventory(LibraryPlan* plan) {
   report_printf("  initializing element status (the medium changer reports %s)\r\n",
                 changed ? "that its inventory may have changed" : "elements whose status is not valid");
   changer_initialize_element_status();
+  plan->initialized = true;
   if (failed()) {
     report_changer_failure("unable to initialize element status");
     return -1;
@@ -174,10 +198,52 @@ int choose_slots(LibraryPlan* plan) {
   return 0;
 }
 
+// The `library` record: the changer, its elements, the tested drive (null
+// when none could be chosen) and how many cartridges were chosen.
+void write_library_record(const LibraryPlan& plan, bool drive_chosen, bool slots_chosen) {
+  if (!results_enabled()) return;
+  const Inventory& inventory = plan.inventory;
+  const UnitAddress& c = test_settings.changer;
+  results_begin("library");
+  results_begin_object("changer");
+  results_unsigned("hanum", c.adapter);
+  results_unsigned("bus", c.bus);
+  results_unsigned("id", c.target_id);
+  results_unsigned("lun", c.lun);
+  results_text("vendor", plan.vendor);
+  results_text("product", plan.product);
+  results_text("revision", plan.revision);
+  results_text("serial", plan.serial[0] != '\0' ? plan.serial : nullptr);
+  results_bool("initialized", plan.initialized);
+  results_end_object();
+  results_begin_object("elements");
+  results_unsigned("slots", inventory.count[kStorageElement]);
+  results_unsigned("drives", inventory.count[kDataTransferElement]);
+  results_unsigned("import_export", inventory.count[kImportExportElement]);
+  results_unsigned("medium_transport", inventory.count[kMediumTransportElement]);
+  results_end_object();
+  if (drive_chosen) {
+    results_begin_object("drive");
+    results_unsigned("number", plan.drive_number);
+    results_unsigned("element", plan.drive_element);
+    results_text("serial", plan.drive_serial.empty() ? nullptr : plan.drive_serial.c_str());
+    results_end_object();
+  } else {
+    results_null("drive");
+  }
+  if (slots_chosen) {
+    results_unsigned("cartridges_chosen", plan.slots.size());
+  } else {
+    results_null("cartridges_chosen");
+  }
+  results_end();
+}
+
 }  // namespace
 
 int prepare_library(LibraryPlan* plan) {
   if (changer_check_address() != 0) return -1;
+  plan->initialized = false;
   plan->drive_serial.clear();
   if (test_settings.drive_ordinal < 0 && !unit_serial_number(&plan->drive_serial)) plan->drive_serial.clear();
   if (changer_begin() != 0) return -1;
@@ -189,6 +255,7 @@ int prepare_library(LibraryPlan* plan) {
   plan->transport = picker != nullptr ? picker->address : 0;
   print_library(*plan);
   result = choose_drive(plan);
+  const bool drive_chosen = result == 0;
   if (result == 0) {
     report_printf("  tested drive: drive %u (element %u)", plan->drive_number,
                   static_cast<unsigned>(plan->drive_element));
@@ -197,6 +264,7 @@ int prepare_library(LibraryPlan* plan) {
     result = choose_slots(plan);
   }
   if (result == 0) report_printf("  cartridges to test: %u\r\n", static_cast<unsigned>(plan->slots.size()));
+  write_library_record(*plan, drive_chosen, result == 0);
   flush_report_streams();
   return result;
 }

@@ -16,6 +16,8 @@ struct LibraryPlan {
   char vendor[9];    // the changer's Inquiry texts, blanks cut
   char product[17];
   char revision[5];
+  char serial[33];   // VPD page 80h, asked only for the results file; empty when none
+  bool initialized;  // INITIALIZE ELEMENT STATUS was sent
   uint16_t transport;      // the picker's element address; 0 for the changer's default
   uint32_t drive_number;   // from 0, in element address order
   uint16_t drive_element;
@@ -23,6 +25,7 @@ struct LibraryPlan {
   std::vector<uint32_t> slots;  // chosen full slots, from 1, in address order
 };
 
-// Fills `plan` and prints the library section of the report. 0, or -1 after
-// the error line (the changer is released either way).
+// Fills `plan`, prints the library section of the report and, with `/json`,
+// writes the `library` record (also when no drive or slot could be chosen).
+// 0, or -1 after the error line (the changer is released either way).
 int prepare_library(LibraryPlan* plan);

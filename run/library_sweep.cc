@@ -16,6 +16,7 @@
 #include "engine/sizing.h"
 #include "engine/transfer_loops.h"
 #include "os/os.h"
+#include "results/results_file.h"
 #include "run/chart_file.h"
 #include "run/library_plan.h"
 #include "run/run_result.h"
@@ -336,6 +337,53 @@ void check_cartridges_home(std::vector<std::string>* reasons) {
   flush_report_streams();
 }
 
+const char* result_name(CartridgeResult result) {
+  switch (result) {
+    case CartridgeResult::passed: return "passed";
+    case CartridgeResult::failed: return "failed";
+    case CartridgeResult::not_passed: return "not_passed";
+    case CartridgeResult::skipped: return "skipped";
+    default: return "not_tested";
+  }
+}
+
+// The `cartridge` record: what the summary line says, and the TapeAlert
+// flags raised by number.
+void write_cartridge_record(const CartridgeOutcome& o) {
+  if (!results_enabled()) return;
+  const bool ran = o.result == CartridgeResult::passed || o.result == CartridgeResult::failed ||
+                   o.result == CartridgeResult::not_passed;
+  auto figure = [](const char* name, bool known, double value) {
+    if (known) {
+      results_double(name, value);
+    } else {
+      results_null(name);
+    }
+  };
+  results_begin("cartridge");
+  results_text("barcode", o.barcode);
+  results_unsigned("slot", o.slot);
+  results_unsigned("element", o.element);
+  results_text("result", result_name(o.result));
+  results_text("reason", o.reason[0] != '\0' ? o.reason : nullptr);
+  results_unsigned("bytes_written", o.bytes_written);
+  results_unsigned("bytes_verified", o.bytes_verified);
+  figure("write_mb_per_second", ran && o.write_seconds > 0.0, megabytes_per_second(o.bytes_written, o.write_seconds));
+  figure("read_mb_per_second", ran && o.read_seconds > 0.0, megabytes_per_second(o.bytes_verified, o.read_seconds));
+  figure("max_rwr_percentage", ran && o.rwr_known, o.max_rwr_percentage);
+  figure("max_ecc_percentage", ran && o.ecc_known, o.max_ecc_percentage);
+  if (ran && o.alerts_known) {
+    results_begin_array("tapealert_raised");
+    for (unsigned flag = 1; flag <= 64; ++flag) {
+      if ((o.alerts_raised >> (flag - 1) & 1) != 0) results_unsigned(nullptr, flag);
+    }
+    results_end_array();
+  } else {
+    results_null("tapealert_raised");
+  }
+  results_end();
+}
+
 std::string outcome_reason(const CartridgeOutcome& o) {
   return std::string(o.barcode[0] != '\0' ? o.barcode : "-") + " (slot " + std::to_string(o.slot) + "): " + o.reason;
 }
@@ -390,10 +438,16 @@ int run_library_sweep(double asked_megabytes, std::vector<std::string>* reasons)
     return judge_sweep(asked_megabytes, false, reasons);
   }
   for (CartridgeOutcome& o : outcomes) {
-    if (sweep_cartridge(o.slot, &o) != 0) {
-      report_printf("\r\nthe sweep stops: %s\r\n", stop_reason);
-      break;
+    if (stop_reason[0] != '\0') {
+      write_cartridge_record(o);  // not tested
+      continue;
     }
+    // Every record of the cartridge's test carries its barcode.
+    results_set_context("cartridge", o.barcode);
+    const int result = sweep_cartridge(o.slot, &o);
+    results_clear_context();
+    write_cartridge_record(o);
+    if (result != 0) report_printf("\r\nthe sweep stops: %s\r\n", stop_reason);
   }
   print_sweep_summary(outcomes, plan.drive_element);
   return judge_sweep(asked_megabytes, true, reasons);

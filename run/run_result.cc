@@ -113,6 +113,30 @@ void write_settings_object(const TestSettings& s) {
   results_bool("strict", s.strict_exit != 0);
   results_bool("health", s.health_enabled != 0);
   text_if("chart_file", s.chart_enabled != 0, s.chart_file_name);
+  if (s.changer_enabled != 0) {  // a library sweep's own options
+    results_begin_object("library");
+    results_begin_object("changer");
+    results_unsigned("hanum", s.changer.adapter);
+    results_unsigned("bus", s.changer.bus);
+    results_unsigned("id", s.changer.target_id);
+    results_unsigned("lun", s.changer.lun);
+    results_end_object();
+    results_begin_array("slots");  // [first, last] ranges; empty: every full slot
+    for (unsigned i = 0; i < s.slot_range_count; ++i) {
+      results_begin_array(nullptr);
+      results_unsigned(nullptr, s.slot_ranges[i].first);
+      results_unsigned(nullptr, s.slot_ranges[i].last);
+      results_end_array();
+    }
+    results_end_array();
+    if (s.drive_ordinal >= 0) {
+      results_unsigned("drive", static_cast<uint64_t>(s.drive_ordinal));
+    } else {
+      results_null("drive");
+    }
+    results_unsigned("ready_wait_minutes", s.ready_wait_minutes);
+    results_end_object();
+  }
   results_end_object();
 }
 

@@ -69,6 +69,28 @@ std::string summarize_record(const json& r) {
     }
     return text;
   }
+  if (kind == "library") {
+    // library:<slots>/<drives>:drive=<element>:<cartridges chosen>
+    const json& elements = r["elements"];
+    if (!r["changer"]["vendor"].is_string() || !elements["slots"].is_number()) return "";
+    return "library:" + std::to_string(elements["slots"].get<unsigned>()) + "/" +
+           std::to_string(elements["drives"].get<unsigned>()) + ":drive=" +
+           (r["drive"].is_object() ? std::to_string(r["drive"]["element"].get<unsigned>()) : "-") + ":" +
+           (r["cartridges_chosen"].is_number() ? std::to_string(r["cartridges_chosen"].get<unsigned>()) : "-");
+  }
+  if (kind == "cartridge") {
+    // cartridge:<barcode>@<slot>:<result>[:<reason>][:ta=<flag>,...]
+    if (!r["bytes_verified"].is_number() || !r["element"].is_number()) return "";
+    std::string text = "cartridge:" + r["barcode"].get<std::string>() + "@" + std::to_string(r["slot"].get<unsigned>()) +
+                       ":" + r["result"].get<std::string>();
+    if (r["reason"].is_string()) text += ":" + r["reason"].get<std::string>();
+    if (r["tapealert_raised"].is_array() && !r["tapealert_raised"].empty()) {
+      text += ":ta=";
+      for (const json& flag : r["tapealert_raised"]) text += std::to_string(flag.get<unsigned>()) + ",";
+      text.pop_back();
+    }
+    return text;
+  }
   return "";
 }
 
@@ -83,6 +105,8 @@ std::string summarize_results_file(const std::string& text) {
     const json record = json::parse(line, nullptr, false);
     std::string part = record.is_object() ? summarize_record(record) : "";
     if (part.empty()) return "PROBLEM: line " + std::to_string(number) + ": " + line;
+    // A record of a library sweep's cartridge test carries its barcode.
+    if (record.contains("cartridge")) part = record["cartridge"].get<std::string>() + "/" + part;
     summary += (summary.empty() ? "" : " ") + part;
   }
   return summary;

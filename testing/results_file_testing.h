@@ -2,7 +2,9 @@
 // would, parsing every line, and sums it up in one short text that a test
 // compares: per line "run:<serial>", "<test>:<end>" (a miscompare with
 // "@<command>+0x<offset>"), "iteration[:rwr=<verdict>][:ecc=<verdict>]" and
-// "result:<status>:<exit code>[:<reason>;<reason>]", separated by blanks.
+// "result:<status>:<exit code>[:<reason>;<reason>]", separated by blanks; a
+// library sweep's "library:..." and "cartridge:..." records, and the records
+// of a cartridge's test prefixed "<barcode>/".
 #pragma once
 
 #include <string>
