@@ -1,5 +1,6 @@
 #include "run/library_sweep.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -38,7 +39,7 @@ char break_line[320];
 size_t break_line_length = 0;
 
 void BFT_PRINTF_FORMAT(1, 2) prepare_break_line(const char* format, ...) {
-  char text[sizeof break_line];
+  char text[sizeof break_line] = "";
   va_list args;
   va_start(args, format);
   const int length = format[0] != '\0' ? std::vsnprintf(text, sizeof text, format, args) : 0;
@@ -235,13 +236,26 @@ void test_loaded_cartridge(CartridgeOutcome* o) {
     o->result = joined.empty() ? CartridgeResult::passed : CartridgeResult::not_passed;
     std::snprintf(o->reason, sizeof o->reason, "%s", joined.c_str());
   }
-  if (write_chart(false) != 0 || close_chart() != 0) {
-    error_printf("ERROR: unable to write the chart of cartridge %s\n", o->barcode);
-    if (o->result != CartridgeResult::failed) {
-      o->result = CartridgeResult::failed;
-      std::snprintf(o->reason, sizeof o->reason, "the chart could not be written");
-    }
+}
+
+// The cartridge's chart (`/plot`), written whole once its test is over (for
+// a cartridge that never became ready: a chart without intervals).
+void finish_chart(CartridgeOutcome* o) {
+  if (write_chart(false) == 0 && close_chart() == 0) return;
+  error_printf("ERROR: unable to write the chart of cartridge %s\n", o->barcode);
+  if (o->result != CartridgeResult::failed) {
+    o->result = CartridgeResult::failed;
+    std::snprintf(o->reason, sizeof o->reason, "the chart could not be written");
   }
+}
+
+// A cartridge that never reached the drive leaves no chart file behind.
+void drop_chart(const char* barcode, uint32_t number) {
+  if (test_settings.chart_enabled == 0 || !chart_file_open()) return;
+  close_chart();
+  char name[kFileNameCapacity + kVolumeTagLength + 8];
+  chart_name_for(barcode, number, name, sizeof name);
+  std::remove(name);
 }
 
 // Why a chosen cartridge is not tested, or nullptr.
@@ -272,6 +286,7 @@ int sweep_cartridge(uint32_t number, CartridgeOutcome* o) {
                 static_cast<unsigned>(slot.address), date, time_string());
   o->result = CartridgeResult::failed;
   if (start_cartridge_test(o->barcode, number) != 0 || load_cartridge(number, o->barcode) != 0) {
+    drop_chart(o->barcode, number);
     std::snprintf(o->reason, sizeof o->reason, "%s", stop_reason);
     return -1;
   }
@@ -279,7 +294,8 @@ int sweep_cartridge(uint32_t number, CartridgeOutcome* o) {
                      number, static_cast<unsigned>(slot.address), plan.drive_number,
                      static_cast<unsigned>(plan.drive_element));
   report_printf("waiting until the drive is ready (at most %u minutes)\r\n", test_settings.ready_wait_minutes);
-  const bool ready = wait_until_ready_within(test_settings.ready_wait_minutes * 60) == 0;
+  const uint64_t seconds = static_cast<uint64_t>(test_settings.ready_wait_minutes) * 60;
+  const bool ready = wait_until_ready_within(seconds < UINT32_MAX ? static_cast<uint32_t>(seconds) : UINT32_MAX) == 0;
   if (ready) {
     test_loaded_cartridge(o);
     // A test that went through ended at the beginning of the tape.
@@ -291,8 +307,8 @@ int sweep_cartridge(uint32_t number, CartridgeOutcome* o) {
                   static_cast<unsigned>(sense != nullptr ? sense[13] : 0));
     report_printf("the drive did not become ready with cartridge %s: %s\r\n", o->barcode, o->reason);
     o->result = CartridgeResult::not_passed;
-    close_chart();
   }
+  finish_chart(o);
   report_printf("cartridge %s: %s\r\n", o->barcode, cartridge_result_text(*o).c_str());
   if (return_cartridge(number, o->barcode) != 0) {
     const bool tested = o->result != CartridgeResult::failed;
