@@ -8,6 +8,7 @@
 #include "os/os.h"
 #include "scsi/operation_codes.h"
 #include "transport/scsi_transport.h"
+#include "transport/sense_format.h"
 
 namespace {
 
@@ -51,9 +52,16 @@ void list_cdb(uint8_t cdb_length, const uint8_t* cdb) {
   os_unlock_output();
 }
 
-// Copies the sense bytes that came back into `sense_data`, the rest zero.
+// Copies the sense bytes that came back into `sense_data`, the rest zero;
+// descriptor-format sense in its fixed-format form (see sense_format.h).
 void copy_sense(uint8_t sense_length, bool data_phase_used_sense_buffer) {
   ScsiResult& result = scsi_transport.result;
+  uint8_t fixed[kFixedSenseLength];
+  const uint8_t* sense = sense_area;
+  if (const uint8_t translated = descriptor_sense_to_fixed(sense_area, sense_length, fixed)) {
+    sense = fixed;
+    sense_length = translated;
+  }
   if (data_phase_used_sense_buffer) sense_buffer_dirty = kSenseBufferSize;
   if (sense_length == 0) {
     result.sense_key_byte = 0;
@@ -63,9 +71,9 @@ void copy_sense(uint8_t sense_length, bool data_phase_used_sense_buffer) {
     if (!data_phase_used_sense_buffer) clear_sense_buffer_from(0);
     return;
   }
-  result.sense_key_byte = sense_area[2];
+  result.sense_key_byte = sense[2];
   if (sense_buffer == nullptr) return;
-  std::memcpy(sense_buffer, sense_area, sense_length);
+  std::memcpy(sense_buffer, sense, sense_length);
   if (sense_buffer_dirty < sense_length) sense_buffer_dirty = sense_length;
   clear_sense_buffer_from(sense_length);
 }
