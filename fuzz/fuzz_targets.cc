@@ -160,6 +160,7 @@ const Platform kInputDrive = {
     nullptr,
     nullptr,
     nullptr,
+    nullptr,
 };
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "settings/number_syntax.h"
 #include "settings/settings.h"
 #include "settings/slot_list.h"
+#include "transport/platform/iscsi_url.h"
 
 namespace {
 
@@ -21,6 +22,14 @@ constexpr int kConfigPieceLength = 258;  // a line with its CR LF
 // 1 while the options of a configuration file are parsed.
 uint8_t in_config_file = 0;
 bool illegal_option_number = false;
+
+static_assert(kIscsiTextCapacity == kIscsiUrlCapacity, "the iSCSI URL setting holds every URL the parser takes");
+
+// The arguments of the command line that hold an iSCSI URL or a CHAP
+// secret, so that a record of the options can leave the secrets out.
+const char* url_argument = nullptr;
+const char* secret_argument = nullptr;
+char shown_url_argument[kIscsiUrlCapacity];
 
 // parse_number for an option value, noting illegal characters for `/strict`.
 uint32_t option_number(char* text) {
@@ -171,6 +180,50 @@ int apply_virtual_drive(OptionCall& call) {
   return 0;
 }
 
+// A value of `/iscsi` that must fit its setting whole: a cut URL or secret
+// would log in somewhere else or fail for no visible reason.
+int copy_iscsi_value(char* setting, const char* value, const char* what) {
+  if (std::strlen(value) >= kIscsiTextCapacity) {
+    error_printf("ERROR: the iSCSI %s is longer than %u characters\n", what, kIscsiTextCapacity - 1);
+    return -1;
+  }
+  std::strcpy(setting, value);
+  return 0;
+}
+
+bool has_plain_value(const OptionCall& call) { return has_value(call) && call.arguments[call.next][0] != '/'; }
+
+// `/iscsi <url> [chap <user> <secret>] [initiator <iqn>]`: the keywords keep
+// the form usable in a `/cfg` file, whose tokens end at blanks, commas and '='.
+int apply_iscsi(OptionCall& call) {
+  const char* url = take_value(call);
+  if (copy_iscsi_value(test_settings.iscsi_url, url, "URL") != 0) return -1;
+  test_settings.iscsi_enabled = 1;
+  url_argument = url;
+  while (has_plain_value(call)) {
+    const char* keyword = take_value(call);
+    if (std::strcmp(keyword, "chap") == 0) {
+      if (!has_plain_value(call) || call.next + 1 >= call.count || call.arguments[call.next + 1][0] == '/') {
+        error_printf("ERROR: \"chap\" after option \"/iscsi\" needs a user name and a secret\n");
+        return -1;
+      }
+      if (copy_iscsi_value(test_settings.iscsi_chap_user, take_value(call), "CHAP user name") != 0) return -1;
+      secret_argument = call.arguments[call.next];
+      if (copy_iscsi_value(test_settings.iscsi_chap_secret, take_value(call), "CHAP secret") != 0) return -1;
+    } else if (std::strcmp(keyword, "initiator") == 0) {
+      if (!has_plain_value(call)) {
+        error_printf("ERROR: \"initiator\" after option \"/iscsi\" needs an iSCSI name\n");
+        return -1;
+      }
+      if (copy_iscsi_value(test_settings.iscsi_initiator, take_value(call), "initiator name") != 0) return -1;
+    } else {
+      error_printf("ERROR: \"%s\" after option \"/iscsi\" is neither \"chap\" nor \"initiator\"\n", keyword);
+      return -1;
+    }
+  }
+  return 0;
+}
+
 int apply_results_file(OptionCall& call) {
   return take_file_option(call, test_settings.results_file_name, &test_settings.results_file_enabled);
 }
@@ -272,6 +325,7 @@ constexpr OptionSpec kOptions[] = {
     {"/dsc", ValueNeed::kRequired, apply_drive_status},
     {"/uld", ValueNeed::kNone, apply_unload},
     {"/vtape", ValueNeed::kOptional, apply_virtual_drive},
+    {"/iscsi", ValueNeed::kRequired, apply_iscsi},
     {"/json", ValueNeed::kRequired, apply_results_file},
     {"/strict", ValueNeed::kNone, apply_strict},
     {"/health", ValueNeed::kNone, apply_health},
@@ -473,6 +527,8 @@ void print_help() {
       "  /slots <list>\t\tlibrary slots to test, e.g. 1-10,15 (default: all full)\n",
       "  /drive <n>\t\tthe tested drive is the library's drive n (from 0)\n",
       "  /readywait <min>\tminutes a loaded cartridge may take to become ready\n",
+      "  /iscsi <url> [...]\treach the drive over iSCSI: iscsi://host[:port]/iqn/lun\n",
+      "\t\t\t[chap <user> <secret>] [initiator <iqn>]\n",
       "  /?\t\t\tthis help screen\n",
   };
   for (const char* text : kOptionLines) screen_printf("%s", text);
@@ -527,7 +583,29 @@ void print_help() {
 
 bool options_had_illegal_number() { return illegal_option_number; }
 
+const char* argument_for_record(const char* argument) {
+  if (argument == secret_argument) return "(secret)";
+  if (argument != url_argument) return argument;
+  IscsiUrl url;
+  char error[160];
+  if (parse_iscsi_url(argument, &url, error, sizeof error) != 0) return "(iSCSI URL)";
+  shown_iscsi_url(url, shown_url_argument, sizeof shown_url_argument);
+  return shown_url_argument;
+}
+
+void shown_iscsi_setting(char* text, size_t size) {
+  IscsiUrl url;
+  char error[160];
+  if (parse_iscsi_url(test_settings.iscsi_url, &url, error, sizeof error) != 0) {
+    std::snprintf(text, size, "%s", "(iSCSI URL)");
+    return;
+  }
+  shown_iscsi_url(url, text, size);
+}
+
 void reset_option_parser() {
   in_config_file = 0;
   illegal_option_number = false;
+  url_argument = nullptr;
+  secret_argument = nullptr;
 }

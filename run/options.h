@@ -4,6 +4,7 @@
 // message goes to the error stream and ends in "\n".
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -30,6 +31,15 @@ void print_help();
 // True when a number among the options (command line or `/cfg` file) had
 // illegal characters and was read only as far as it went.
 bool options_had_illegal_number();
+
+// What a record of the options (the results file) shows for `argument` of
+// the command line: the argument itself, an iSCSI URL without its password,
+// or "(secret)" for a CHAP secret. Argument texts are told apart by their
+// address, so pass the very pointers that parse_options was given.
+const char* argument_for_record(const char* argument);
+
+// The `/iscsi` URL as reports show it: without its password.
+void shown_iscsi_setting(char* text, size_t size);
 
 // Back to the state before any parse (not inside a configuration file).
 void reset_option_parser();

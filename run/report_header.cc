@@ -6,6 +6,7 @@
 #include "console/clock.h"
 #include "console/log_output.h"
 #include "console/text_layout.h"
+#include "run/options.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
 #include "transport/command_buffers.h"
@@ -47,6 +48,11 @@ void print_settings_summary() {
                 test_settings.output_file_name);
   if (test_settings.cdb_list_enabled != 0) {
     report_printf("CDB list file = \"%s\"\r\n", test_settings.cdb_list_file_name);
+  }
+  if (test_settings.iscsi_enabled != 0) {
+    char url[kIscsiTextCapacity];
+    shown_iscsi_setting(url, sizeof url);
+    report_printf("iSCSI unit = \"%s\"\r\n", url);
   }
   flush_report_streams();
 }

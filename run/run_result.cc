@@ -218,8 +218,8 @@ void write_run_record(int argument_count, char** arguments, bool drive_answered)
   const bool host_known = os_host_name(host, sizeof host) == 0;
   results_text("host", host_known ? host : nullptr);
   results_text("run_id", make_run_id(host_known ? host : "").c_str());
-  results_begin_array("options");  // as given, argument 0 left out
-  for (int i = 1; i < argument_count; ++i) results_text(nullptr, arguments[i]);
+  results_begin_array("options");  // as given, argument 0 and the secrets of `/iscsi` left out
+  for (int i = 1; i < argument_count; ++i) results_text(nullptr, argument_for_record(arguments[i]));
   results_end_array();
   write_settings_object(s);
   results_begin_object("address");

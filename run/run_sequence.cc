@@ -28,6 +28,7 @@
 #include "transport/transport_lifecycle.h"
 #include "transport/executor.h"
 #include "os/os.h"
+#include "transport/platform/iscsi_platform.h"
 #include "transport/platform/platform.h"
 #include "transport/scsi_transport.h"
 #include "vtape/virtual_drive.h"
@@ -127,9 +128,26 @@ int check_device_type() {
   return -1;
 }
 
+// The iSCSI unit of `/iscsi`, logged in and answering at the address of
+// the settings. 0, or -1 after its message.
+int attach_iscsi_unit() {
+  const TestSettings& s = test_settings;
+  const IscsiLogin login{s.iscsi_url, s.iscsi_chap_user, s.iscsi_chap_secret, s.iscsi_initiator};
+  const ScsiAddress address{s.host_adapter_number, s.bus_number, s.scsi_id, s.lun};
+  if (iscsi_attach(login, address) != 0) return -1;
+  set_active_platform(iscsi_platform());
+  return 0;
+}
+
 // The platform that reaches the drive: the built-in virtual drive with
-// `/vtape`, else the operating system's. 0, or -1 after the drive's message.
+// `/vtape`, the program's iSCSI initiator with `/iscsi`, else the operating
+// system's. 0, or -1 after the drive's or the login's message.
 int choose_platform() {
+  if (test_settings.virtual_drive_enabled != 0 && test_settings.iscsi_enabled != 0) {
+    error_printf("ERROR: options \"/vtape\" and \"/iscsi\" cannot be used together\n");
+    return -1;
+  }
+  if (test_settings.iscsi_enabled != 0) return attach_iscsi_unit();
   if (test_settings.virtual_drive_enabled == 0) {
     set_active_platform(nullptr);
     return 0;
@@ -199,6 +217,7 @@ int run_program(int argc, char** argv) {
     if (exit_code == 0 && !reasons.empty()) exit_code = 2;
   }
   cleanup_run();
+  iscsi_detach_all();
   // A report that did not reach the disk whole cannot vouch for a passed test.
   if (report_write_failed()) {
     if (exit_code != 1) error_printf("ERROR: the report files could not be written completely\n");
@@ -299,6 +318,7 @@ void reset_program_state() {
   reset_drive_health();
   reset_preflight();
   reset_device_table();
+  iscsi_detach_all();
   free_command_buffers();
   reset_scsi_transport();
   reset_executor();

@@ -9,6 +9,7 @@
 #include "settings/slot_list.h"
 
 constexpr unsigned kFileNameCapacity = 128;  // 127 characters and a terminator
+constexpr unsigned kIscsiTextCapacity = 512;  // the iSCSI URL, CHAP user and secret, initiator name
 
 // Where a SCSI unit answers: host adapter, bus, SCSI id and LUN.
 struct UnitAddress {
@@ -63,6 +64,14 @@ struct TestSettings {
   uint8_t slot_range_count;
   int32_t drive_ordinal;  // `/drive n` (0-based); -1: found by the drive's serial number
   uint32_t ready_wait_minutes;  // `/readywait`: how long a loaded cartridge may take
+  // `/iscsi <url> [chap <user> <secret>] [initiator <iqn>]`: the drive over
+  // the program's own iSCSI initiator. The URL may hold a CHAP password:
+  // neither it nor the secret is ever printed or written to a file.
+  uint8_t iscsi_enabled;
+  char iscsi_url[kIscsiTextCapacity];
+  char iscsi_chap_user[kIscsiTextCapacity];
+  char iscsi_chap_secret[kIscsiTextCapacity];
+  char iscsi_initiator[kIscsiTextCapacity];
 };
 
 extern TestSettings test_settings;

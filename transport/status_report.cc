@@ -4,6 +4,7 @@
 
 #include "console/log_output.h"
 #include "transport/command_buffers.h"
+#include "transport/platform/platform.h"
 #include "transport/scsi_transport.h"
 
 const char* const sense_key_names[16] = {
@@ -56,6 +57,12 @@ void print_command_status() {
   static const uint8_t kNoSense[kSenseBufferSize] = {};
   const uint8_t* sense = result.sense_data != nullptr ? result.sense_data : kNoSense;
 
+  // Why a request failed on its way, where the platform can tell (iSCSI).
+  const Platform& platform = active_platform();
+  const char* reason = result.srb_status == kSrbStatusRequestFailed && platform.describe_request_failure != nullptr
+                           ? platform.describe_request_failure()
+                           : nullptr;
+  if (reason != nullptr && reason[0] != '\0') report_printf("%s\r\n", reason);
   report_printf("\r\n");
   report_printf("Win32 SRB status . %02X (%s)\r\n", static_cast<unsigned>(result.win32_error),
                 win32_error_name(result.win32_error));

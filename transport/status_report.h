@@ -10,7 +10,8 @@ const char* target_status_name(uint8_t status);
 extern const char* const sense_key_names[16];
 
 // Prints the status report of `scsi_transport.result` to the screen and the
-// output file.
+// output file; after a request that failed on its way, the active
+// platform's sentence about why (describe_request_failure) comes first.
 void print_command_status();
 
 // Dumps `count` bytes of `buffer` from `start`; `stream` none means the screen

@@ -285,7 +285,7 @@ int query_transfer_limits(PlatformHandle device, const ScsiAddress&, TransferLim
 const Platform kVirtualPlatform = {
     "virtual tape drive", open_device,  query_adapter, query_tape_address,
     pass_through,         close_device, nullptr,       nullptr,
-    query_transfer_limits,
+    query_transfer_limits, nullptr,
 };
 
 // Forgets every handle (a test may configure again in the same process).

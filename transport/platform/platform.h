@@ -1,8 +1,9 @@
 // The narrow seam between the SCSI transport and the system that reaches the
 // drives. A platform is a plain record of function pointers: the Linux SG_IO
-// platform, the Win32 pass-through platform, the built-in virtual tape drive
-// and the scriptable test platform all fill the same record, and the code
-// above this header is the same on every one of them.
+// platform, the Win32 pass-through platform, the iSCSI initiator, the
+// built-in virtual tape drive and the scriptable test platform all fill the
+// same record, and the code above this header is the same on every one of
+// them.
 //
 // Platforms only *report* what happened (request outcome as a Win32-style
 // error code, SCSI status, sense bytes, transferred length); judging the
@@ -19,6 +20,8 @@ constexpr uint32_t kErrorAccessDenied = 5;         // no permission for the node
 constexpr uint32_t kErrorSharingViolation = 32;    // held by another process
 constexpr uint32_t kErrorNotSupported = 50;
 constexpr uint32_t kErrorInvalidParameter = 87;    // e.g. transfer too large for the adapter
+constexpr uint32_t kErrorIoDevice = 1117;           // the request failed on its way
+constexpr uint32_t kErrorDeviceNotConnected = 1167;  // the connection to the unit is gone
 constexpr uint32_t kErrorTimeout = 1460;
 
 using PlatformHandle = intptr_t;
@@ -113,6 +116,11 @@ struct Platform {
   // system tells (unknown fields 0), or -1 when it tells nothing.
   int (*query_transfer_limits)(PlatformHandle device, const ScsiAddress& unit,
                                TransferLimits* limits);
+  // Optional (may be null): a sentence for the operator about why the last
+  // request that failed on its way (reply.error not 0) failed, such as the
+  // iSCSI portal whose connection ended and why; null when there is
+  // nothing to add. The status report prints it.
+  const char* (*describe_request_failure)();
 };
 
 // The operating system's own platform (Linux SG_IO or Win32 pass-through),

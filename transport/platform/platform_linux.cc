@@ -468,7 +468,7 @@ int query_transfer_limits(PlatformHandle device, const ScsiAddress& unit, Transf
 
 const Platform kLinuxPlatform = {"linux-sg",   open_device,  query_adapter,       query_tape_address,
                                  pass_through, close_device, describe_last_error, device_node,
-                                 query_transfer_limits};
+                                 query_transfer_limits, nullptr};
 
 }  // namespace
 

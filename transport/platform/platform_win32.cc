@@ -190,7 +190,8 @@ void close_device(PlatformHandle device) {
 }
 
 const Platform kWin32Platform = {"win32", open_device, query_adapter, query_tape_address,
-                                 pass_through, close_device, nullptr, nullptr, query_transfer_limits};
+                                 pass_through, close_device, nullptr, nullptr, query_transfer_limits,
+                                 nullptr};
 
 }  // namespace
 

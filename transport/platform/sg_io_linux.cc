@@ -20,8 +20,6 @@ constexpr uint32_t kErrorOperationAborted = 995;
 constexpr uint32_t kErrorNoAccess = 998;  // bad buffer address
 constexpr uint32_t kErrorBusReset = 1111;
 constexpr uint32_t kErrorNoMedia = 1112;
-constexpr uint32_t kErrorIoDevice = 1117;
-constexpr uint32_t kErrorDeviceNotConnected = 1167;
 
 // Host adapter codes (DID_*) and driver codes (DRIVER_*, low four bits of
 // driver_status) of the Linux SCSI midlayer; the kernel does not export them

@@ -1,0 +1,37 @@
+// iSCSI unit addresses (`/iscsi <url>`), read and written without libiscsi so
+// that every build, with or without iSCSI support, checks them the same way:
+//   iscsi://[user[%password]@]host[:port]/<target-iqn>/<lun>
+// The host is a name, an IPv4 address or an IPv6 address in brackets; the
+// port defaults to 3260; '%' followed by two hex digits in the target name
+// stands for that byte (libiscsi's spelling of ':' as "%3A" works). The
+// user part ends at the last '@', so a password may hold any character but
+// NUL; the user name ends at the first '%'.
+//
+// Pure functions on caller-owned records; safe on any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+constexpr unsigned kIscsiUrlCapacity = 512;  // the longest URL taken, with its terminator
+constexpr uint16_t kIscsiDefaultPort = 3260;
+constexpr unsigned kIscsiMaxLun = 16383;     // flat space addressing (SAM)
+
+struct IscsiUrl {
+  char host[256];      // without brackets
+  uint16_t port;
+  char portal[264];    // host:port, an IPv6 host in brackets: what a connect takes
+  char target[224];    // iSCSI names are at most 223 bytes (RFC 3720)
+  uint16_t lun;
+  char user[256];      // empty: no CHAP
+  char password[256];  // the CHAP secret; never printed
+};
+
+// Reads `text` into `url`. 0, or -1 with the reason in `error` (a sentence
+// fragment such as "no LUN after the target name"); the reason never
+// quotes the URL, which may hold a password.
+int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_size);
+
+// The URL that names `url` in reports and results files: its user name
+// stays, its password never appears. The text is cut to `size`.
+void shown_iscsi_url(const IscsiUrl& url, char* text, size_t size);
