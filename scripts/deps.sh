@@ -20,7 +20,7 @@ need_packages() {
   fi
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config liblz4-dev nlohmann-json3-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config liblz4-dev nlohmann-json3-dev libiscsi-dev)
 TEST_PACKAGES=(libgtest-dev libgmock-dev librsvg2-bin libxml2-utils)
 # Clang for the supported Clang builds (scripts/build-matrix), the sanitizer
 # build and the libFuzzer targets (scripts/robustness).
@@ -28,3 +28,8 @@ CLANG_PACKAGES=(clang-14 libclang-rt-14-dev libfuzzer-14-dev)
 # scripts/kernel-tape: the emulator with its iSCSI driver, the tape target,
 # and what a tiny initramfs is made of.
 KERNEL_TAPE_PACKAGES=(qemu-system-x86 qemu-block-extra tgt busybox-static cpio kmod)
+# scripts/iscsi-tape: the tape target and a reader of the results file.
+ISCSI_TAPE_PACKAGES=(tgt jq)
+# A static build with iSCSI: the archives Debian's libiscsi.a needs (its iSER
+# transport); without them the static program has no iSCSI support.
+STATIC_ISCSI_PACKAGES=(librdmacm-dev libibverbs-dev)

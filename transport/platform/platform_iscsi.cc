@@ -161,8 +161,8 @@ Served serve(Session& session, const Waiter& waiter, Clock::time_point deadline,
     if (keepalive && now - last_heard >= ping_interval && now - last_ping >= ping_interval) {
       if (iscsi_get_nops_in_flight(context) >= kIscsiUnansweredPings) {
         char reason[96];
-        std::snprintf(reason, sizeof reason, "no answer to %d NOP-Out pings in %d seconds", kIscsiUnansweredPings,
-                      kIscsiUnansweredPings * kIscsiPingSeconds);
+        std::snprintf(reason, sizeof reason, "no answer for %d seconds (%d NOP-Out pings unanswered)",
+                      (kIscsiUnansweredPings + 1) * kIscsiPingSeconds, kIscsiUnansweredPings);
         lose(session, reason);
         return Served::lost;
       }
