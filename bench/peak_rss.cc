@@ -1,7 +1,8 @@
 // Runs a command as a child process, its output discarded, and prints the
-// child's peak resident memory, its exit code and the wall time:
+// child's peak resident memory, its exit code, the wall time and the CPU
+// time it used (user and system):
 //   peak_rss <program> [arguments...]
-// prints "peak_rss_kb=N exit=N seconds=N.NNN". Linux only.
+// prints "peak_rss_kb=N exit=N seconds=N.NNN cpu_seconds=N.NN". Linux only.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -36,6 +37,8 @@ int main(int argc, char** argv) {
   }
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  std::printf("peak_rss_kb=%ld exit=%d seconds=%.3f\n", usage.ru_maxrss, code, seconds);
+  const double cpu = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                     static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+  std::printf("peak_rss_kb=%ld exit=%d seconds=%.3f cpu_seconds=%.2f\n", usage.ru_maxrss, code, seconds, cpu);
   return 0;
 }
