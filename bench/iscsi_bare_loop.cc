@@ -22,6 +22,8 @@
 #include <cstring>
 #include <vector>
 
+#include "scsi/operation_codes.h"
+
 namespace {
 
 iscsi_context* context = nullptr;
@@ -76,25 +78,26 @@ int main(int argc, char** argv) {
   std::vector<unsigned char> pattern(length, 0), read_back(length, 0xEE);
   unsigned char none = 0;
   unsigned char mode[12] = {0, 0, 0x10, 8, 0, 0, 0, 0, 0, 0, 0, 0};  // buffered, variable blocks
-  command("Test Unit Ready", {0, 0, 0, 0, 0, 0}, SCSI_XFER_NONE, &none, 0);  // takes a unit attention
-  if (!command("Rewind", {0x01, 0, 0, 0, 0, 0}, SCSI_XFER_NONE, &none, 0) ||
-      !command("Mode Select", {0x15, 0x10, 0, 0, sizeof mode, 0}, SCSI_XFER_WRITE, mode, sizeof mode)) {
+  // The first command takes the target's unit attention.
+  command("Test Unit Ready", {kOpTestUnitReady, 0, 0, 0, 0, 0}, SCSI_XFER_NONE, &none, 0);
+  if (!command("Rewind", {kOpRewind, 0, 0, 0, 0, 0}, SCSI_XFER_NONE, &none, 0) ||
+      !command("Mode Select", {kOpModeSelect6, 0x10, 0, 0, sizeof mode, 0}, SCSI_XFER_WRITE, mode, sizeof mode)) {
     return 1;
   }
 
   auto start = std::chrono::steady_clock::now();
   for (uint32_t i = 0; i < count; ++i) {
-    if (!command("Write", with_length(0x0A, 0, length), SCSI_XFER_WRITE, pattern.data(), length)) return 1;
+    if (!command("Write", with_length(kOpWrite6, 0, length), SCSI_XFER_WRITE, pattern.data(), length)) return 1;
   }
   const double write_seconds = seconds_since(start);
-  if (!command("Write Filemarks", {0x10, 0, 0, 0, 1, 0}, SCSI_XFER_NONE, &none, 0) ||
-      !command("Rewind", {0x01, 0, 0, 0, 0, 0}, SCSI_XFER_NONE, &none, 0)) {
+  if (!command("Write Filemarks", {kOpWriteFilemarks6, 0, 0, 0, 1, 0}, SCSI_XFER_NONE, &none, 0) ||
+      !command("Rewind", {kOpRewind, 0, 0, 0, 0, 0}, SCSI_XFER_NONE, &none, 0)) {
     return 1;
   }
 
   start = std::chrono::steady_clock::now();
   for (uint32_t i = 0; i < count; ++i) {
-    if (!command("Read", with_length(0x08, 0, length), SCSI_XFER_READ, read_back.data(), length)) return 1;
+    if (!command("Read", with_length(kOpRead6, 0, length), SCSI_XFER_READ, read_back.data(), length)) return 1;
     if (std::memcmp(read_back.data(), pattern.data(), length) != 0) {
       std::fprintf(stderr, "Read %u: data differ\n", i + 1);
       return 1;

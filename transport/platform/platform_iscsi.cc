@@ -22,6 +22,7 @@
 #include <cstring>
 
 #include "console/log_output.h"
+#include "scsi/operation_codes.h"
 #include "transport/platform/iscsi_answer.h"
 #include "transport/platform/iscsi_platform.h"
 #include "transport/platform/iscsi_url.h"
@@ -370,7 +371,7 @@ int check_unit(Session& session, Unit& unit, Clock::time_point deadline) {
   request.data = data;
   PassThroughReply reply{};
 
-  const uint8_t report_luns[12] = {0xA0, 0, 0, 0, 0, 0, 0, 0, sizeof data >> 8, 0, 0, 0};
+  const uint8_t report_luns[12] = {kOpReportLuns, 0, 0, 0, 0, 0, 0, 0, sizeof data >> 8, 0, 0, 0};
   std::memcpy(request.cdb, report_luns, sizeof report_luns);
   request.cdb_length = sizeof report_luns;
   request.data_length = sizeof data;
@@ -385,7 +386,7 @@ int check_unit(Session& session, Unit& unit, Clock::time_point deadline) {
     return -1;
   }
 
-  const uint8_t inquiry[6] = {0x12, 0, 0, 0, 96, 0};
+  const uint8_t inquiry[6] = {kOpInquiry, 0, 0, 0, 96, 0};
   std::memcpy(request.cdb, inquiry, sizeof inquiry);
   request.cdb_length = sizeof inquiry;
   request.data_length = 96;
