@@ -129,6 +129,10 @@ const GoldenCase kGoldenCases[] = {
     {"json_named_as_report", "/json bftdtest.out /vtape", nullptr, false, 1},
     {"chart_named_as_json", "/cfile run.cdb /json run.cdb /plot chart.svg /vtape", nullptr, false, 1},
     {"ofile_full_disk", "/ofile /dev/full /megs 1 /vtape", nullptr, false, 1},
+    // `/iscsi` refusals that every build gives alike, before any login.
+    {"iscsi_with_vtape", "/iscsi iscsi://127.0.0.1/iqn.2024-01.test.bftdtest:tape/1 /vtape", nullptr, false, 1},
+    {"iscsi_chap_without_secret", "/iscsi iscsi://127.0.0.1/iqn.2024-01.test.bftdtest:tape/1 chap alice /vtape",
+     nullptr, false, 1},
     {"dfile_missing", "/dfile missing.bin /megs 1 /cfile bftdtest.cdb /vtape", nullptr, false, 1},
     {"dfile_directory", "/dfile . /megs 1 /cfile bftdtest.cdb /vtape", nullptr, false, 1},
     {"dfile_empty", "/dfile empty.bin /megs 1 /cfile bftdtest.cdb /vtape", nullptr, false, 0},
