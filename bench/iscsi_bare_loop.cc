@@ -33,14 +33,16 @@ int lun = 0;
 // for the caller to care about: see clear_unit_attention).
 bool command(const char* what, std::vector<unsigned char> cdb, int direction, unsigned char* data,
              uint32_t length) {
-  scsi_task* task = scsi_create_task(static_cast<int>(cdb.size()), cdb.data(), direction, static_cast<int>(length));
+  scsi_task* task =
+      scsi_create_task(static_cast<int>(cdb.size()), cdb.data(), direction, static_cast<int>(length));
   if (task == nullptr) {
     std::fprintf(stderr, "%s: no memory\n", what);
     return false;
   }
   if (direction == SCSI_XFER_READ) scsi_task_add_data_in_buffer(task, static_cast<int>(length), data);
   iscsi_data out{length, data};
-  scsi_task* done = iscsi_scsi_command_sync(context, lun, task, direction == SCSI_XFER_WRITE ? &out : nullptr);
+  scsi_task* done =
+      iscsi_scsi_command_sync(context, lun, task, direction == SCSI_XFER_WRITE ? &out : nullptr);
   const bool good = done != nullptr && task->status == SCSI_STATUS_GOOD;
   if (!good) std::fprintf(stderr, "%s failed: %s\n", what, iscsi_get_error(context));
   scsi_free_scsi_task(task);
@@ -48,8 +50,12 @@ bool command(const char* what, std::vector<unsigned char> cdb, int direction, un
 }
 
 std::vector<unsigned char> with_length(unsigned char operation, unsigned char byte1, uint32_t length) {
-  return {operation, byte1, static_cast<unsigned char>(length >> 16), static_cast<unsigned char>(length >> 8),
-          static_cast<unsigned char>(length), 0};
+  return {operation,
+          byte1,
+          static_cast<unsigned char>(length >> 16),
+          static_cast<unsigned char>(length >> 8),
+          static_cast<unsigned char>(length),
+          0};
 }
 
 double seconds_since(std::chrono::steady_clock::time_point start) {
@@ -81,13 +87,15 @@ int main(int argc, char** argv) {
   // The first command takes the target's unit attention.
   command("Test Unit Ready", {kOpTestUnitReady, 0, 0, 0, 0, 0}, SCSI_XFER_NONE, &none, 0);
   if (!command("Rewind", {kOpRewind, 0, 0, 0, 0, 0}, SCSI_XFER_NONE, &none, 0) ||
-      !command("Mode Select", {kOpModeSelect6, 0x10, 0, 0, sizeof mode, 0}, SCSI_XFER_WRITE, mode, sizeof mode)) {
+      !command("Mode Select", {kOpModeSelect6, 0x10, 0, 0, sizeof mode, 0}, SCSI_XFER_WRITE, mode,
+               sizeof mode)) {
     return 1;
   }
 
   auto start = std::chrono::steady_clock::now();
   for (uint32_t i = 0; i < count; ++i) {
-    if (!command("Write", with_length(kOpWrite6, 0, length), SCSI_XFER_WRITE, pattern.data(), length)) return 1;
+    if (!command("Write", with_length(kOpWrite6, 0, length), SCSI_XFER_WRITE, pattern.data(), length))
+      return 1;
   }
   const double write_seconds = seconds_since(start);
   if (!command("Write Filemarks", {kOpWriteFilemarks6, 0, 0, 0, 1, 0}, SCSI_XFER_NONE, &none, 0) ||
@@ -97,7 +105,8 @@ int main(int argc, char** argv) {
 
   start = std::chrono::steady_clock::now();
   for (uint32_t i = 0; i < count; ++i) {
-    if (!command("Read", with_length(kOpRead6, 0, length), SCSI_XFER_READ, read_back.data(), length)) return 1;
+    if (!command("Read", with_length(kOpRead6, 0, length), SCSI_XFER_READ, read_back.data(), length))
+      return 1;
     if (std::memcmp(read_back.data(), pattern.data(), length) != 0) {
       std::fprintf(stderr, "Read %u: data differ\n", i + 1);
       return 1;
@@ -112,7 +121,7 @@ int main(int argc, char** argv) {
   const double cpu = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
                      static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
   const double bytes = static_cast<double>(length) * count;
-  std::printf("write_kb_per_second=%.0f read_kb_per_second=%.0f cpu_seconds=%.2f\n", bytes / write_seconds / 1000,
-              bytes / read_seconds / 1000, cpu);
+  std::printf("write_kb_per_second=%.0f read_kb_per_second=%.0f cpu_seconds=%.2f\n",
+              bytes / write_seconds / 1000, bytes / read_seconds / 1000, cpu);
   return 0;
 }

@@ -31,7 +31,8 @@ bool iscsi_lun_listed(const uint8_t* data, size_t size, unsigned lun, char* list
     const unsigned entry = (static_cast<unsigned>(data[offset] & 0x3F) << 8) | data[offset + 1];
     if (entry == lun) found = true;
     if (used < listed_size) {
-      const int written = std::snprintf(listed + used, listed_size - used, "%s%u", used == 0 ? "" : ", ", entry);
+      const int written =
+          std::snprintf(listed + used, listed_size - used, "%s%u", used == 0 ? "" : ", ", entry);
       if (written > 0) used += static_cast<size_t>(written);
     }
   }

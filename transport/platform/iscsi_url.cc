@@ -53,7 +53,8 @@ int decode_target(const char* begin, const char* end, IscsiUrl* url, char* error
       byte = static_cast<char>(high * 16 + low);
       c += 2;
     }
-    if (static_cast<unsigned char>(byte) <= ' ') return fail(error, size, "blank or control character in the target name");
+    if (static_cast<unsigned char>(byte) <= ' ')
+      return fail(error, size, "blank or control character in the target name");
     if (used + 1 >= sizeof url->target) return fail(error, size, "target name longer than 223 bytes");
     url->target[used++] = byte;
   }
@@ -72,12 +73,14 @@ int read_portal(const char* begin, const char* end, IscsiUrl* url, char* error, 
     host_end = static_cast<const char*>(std::memchr(begin, ']', static_cast<size_t>(end - begin)));
     if (host_end == nullptr) return fail(error, size, "'[' without ']' around the IPv6 address");
     after_host = host_end + 1;
-    if (after_host != end && *after_host != ':') return fail(error, size, "text after ']' that is not a port");
+    if (after_host != end && *after_host != ':')
+      return fail(error, size, "text after ']' that is not a port");
   } else {
     host_end = static_cast<const char*>(std::memchr(begin, ':', static_cast<size_t>(end - begin)));
     if (host_end == nullptr) host_end = end;
     after_host = host_end;
-    if (after_host != end && std::memchr(after_host + 1, ':', static_cast<size_t>(end - after_host - 1)) != nullptr) {
+    if (after_host != end &&
+        std::memchr(after_host + 1, ':', static_cast<size_t>(end - after_host - 1)) != nullptr) {
       return fail(error, size, "an IPv6 address needs brackets, as in iscsi://[::1]:3260/...");
     }
   }

@@ -15,13 +15,13 @@
 
 constexpr unsigned kIscsiUrlCapacity = 512;  // the longest URL taken, with its terminator
 constexpr uint16_t kIscsiDefaultPort = 3260;
-constexpr unsigned kIscsiMaxLun = 16383;     // flat space addressing (SAM)
+constexpr unsigned kIscsiMaxLun = 16383;  // flat space addressing (SAM)
 
 struct IscsiUrl {
-  char host[256];      // without brackets
+  char host[256];  // without brackets
   uint16_t port;
-  char portal[264];    // host:port, an IPv6 host in brackets: what a connect takes
-  char target[224];    // iSCSI names are at most 223 bytes (RFC 3720)
+  char portal[264];  // host:port, an IPv6 host in brackets: what a connect takes
+  char target[224];  // iSCSI names are at most 223 bytes (RFC 3720)
   uint16_t lun;
   char user[256];      // empty: no CHAP
   char password[256];  // the CHAP secret; never printed

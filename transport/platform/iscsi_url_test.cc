@@ -20,12 +20,13 @@ TEST(IscsiUrl, ReadsEveryPartAndShowsItWithoutThePassword) {
   } cases[] = {
       {"iscsi://127.0.0.1/iqn.2024-01.test:tape/1", "127.0.0.1:3260", "iqn.2024-01.test:tape", 1, "", "",
        "iscsi://127.0.0.1:3260/iqn.2024-01.test:tape/1"},
-      {"iscsi://tapes.example.com:3261/iqn.2024-01.test:tape/0", "tapes.example.com:3261", "iqn.2024-01.test:tape", 0,
-       "", "", "iscsi://tapes.example.com:3261/iqn.2024-01.test:tape/0"},
-      {"iscsi://alice@host/iqn.x/16383", "host:3260", "iqn.x", 16383, "alice", "", "iscsi://alice@host:3260/iqn.x/16383"},
+      {"iscsi://tapes.example.com:3261/iqn.2024-01.test:tape/0", "tapes.example.com:3261",
+       "iqn.2024-01.test:tape", 0, "", "", "iscsi://tapes.example.com:3261/iqn.2024-01.test:tape/0"},
+      {"iscsi://alice@host/iqn.x/16383", "host:3260", "iqn.x", 16383, "alice", "",
+       "iscsi://alice@host:3260/iqn.x/16383"},
       // The user part ends at the last '@': a password may hold '@', '/', '%' and ':'.
-      {"iscsi://alice%p@ss/w%rd:@10.0.0.5:65535/iqn.x/2", "10.0.0.5:65535", "iqn.x", 2, "alice", "p@ss/w%rd:",
-       "iscsi://alice@10.0.0.5:65535/iqn.x/2"},
+      {"iscsi://alice%p@ss/w%rd:@10.0.0.5:65535/iqn.x/2", "10.0.0.5:65535", "iqn.x", 2, "alice",
+       "p@ss/w%rd:", "iscsi://alice@10.0.0.5:65535/iqn.x/2"},
       {"iscsi://[::1]/iqn.x/3", "[::1]:3260", "iqn.x", 3, "", "", "iscsi://[::1]:3260/iqn.x/3"},
       {"iscsi://[2001:db8::7]:3270/iqn.x/3", "[2001:db8::7]:3270", "iqn.x", 3, "", "",
        "iscsi://[2001:db8::7]:3270/iqn.x/3"},
@@ -107,8 +108,8 @@ TEST(IscsiAnswer, ResidualSenseSegmentAndLunList) {
 
   // Report LUNs: LUN 0 (peripheral), LUN 1, LUN 300 (flat space), and a
   // list length larger than what moved.
-  const uint8_t luns[] = {0, 0, 0, 32, 0, 0, 0, 0, 0x00, 0, 0, 0, 0, 0, 0, 0,
-                          0x00, 1, 0, 0, 0, 0, 0, 0, 0x41, 0x2C, 0, 0, 0, 0, 0, 0};
+  const uint8_t luns[] = {0,    0, 0, 32, 0, 0, 0, 0, 0x00, 0,    0, 0, 0, 0, 0, 0,
+                          0x00, 1, 0, 0,  0, 0, 0, 0, 0x41, 0x2C, 0, 0, 0, 0, 0, 0};
   char listed[64];
   EXPECT_TRUE(iscsi_lun_listed(luns, sizeof luns, 1, listed, sizeof listed));
   EXPECT_STREQ("0, 1, 300", listed);

@@ -1,11 +1,10 @@
 #include "transport/platform/libiscsi_session.h"
 
+#include <iscsi/iscsi.h>
+#include <iscsi/scsi-lowlevel.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <iscsi/iscsi.h>
-#include <iscsi/scsi-lowlevel.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -53,7 +52,8 @@ void keep_library_message(int, const char* message) {
   size_t length = std::strcspn(library_message, "\r\n");
   if (length > 0 && library_message[length - 1] == ']') {
     const char* open = std::strrchr(library_message, '[');
-    if (open != nullptr && open > library_message && open[-1] == ' ') length = static_cast<size_t>(open - 1 - library_message);
+    if (open != nullptr && open > library_message && open[-1] == ' ')
+      length = static_cast<size_t>(open - 1 - library_message);
   }
   if (length > 0 && library_message[length - 1] == '.') --length;
   library_message[length] = '\0';
@@ -73,7 +73,8 @@ const char* socket_reason(int fd) {
     char byte = 0;
     const ssize_t peeked = ::recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
     if (peeked == 0) return "the target closed the connection";
-    if (peeked < 0 && (errno == ECONNRESET || errno == EPIPE || errno == ETIMEDOUT)) return std::strerror(errno);
+    if (peeked < 0 && (errno == ECONNRESET || errno == EPIPE || errno == ETIMEDOUT))
+      return std::strerror(errno);
   }
   return nullptr;
 }
@@ -171,10 +172,28 @@ IscsiResidual residual_kind(const scsi_task& task) {
   return IscsiResidual::none;
 }
 
+// Waits on one connect or login step; 0, or -1 after its ERROR line.
+int finish_step(IscsiSession& session, const Waiter& waiter, Clock::time_point deadline, const char* what) {
+  const Served served = serve(session, waiter, deadline, false);
+  if (served == Served::timed_out) {
+    error_printf("ERROR: iSCSI portal %s: %s: no answer within %d seconds\n", session.portal, what,
+                 kIscsiLoginSeconds);
+    return -1;
+  }
+  if (served == Served::lost) {
+    error_printf("ERROR: iSCSI portal %s: %s (%s)\n", session.portal, what, session.lost_reason);
+    return -1;
+  }
+  if (waiter.status != SCSI_STATUS_GOOD) {
+    error_printf("ERROR: iSCSI portal %s: %s (%s)\n", session.portal, what,
+                 failure_reason(session.context, -1));
+    return -1;
+  }
+  return 0;
+}
+
 }  // namespace
 
-// Sends one CDB to `lun` over the session and waits for its end, at most
-// `timeout_seconds`; fills `reply` as pass_through does.
 void run_iscsi_command(IscsiSession& session, uint16_t lun, const PassThroughRequest& request, bool keepalive,
                        PassThroughReply& reply) {
   reply = PassThroughReply{};
@@ -187,7 +206,8 @@ void run_iscsi_command(IscsiSession& session, uint16_t lun, const PassThroughReq
   uint8_t cdb[16] = {};
   std::memcpy(cdb, request.cdb, request.cdb_length);
   const int direction = transfer_direction(request.direction, request.data_length);
-  scsi_task* task = scsi_create_task(request.cdb_length, cdb, direction, static_cast<int>(request.data_length));
+  scsi_task* task =
+      scsi_create_task(request.cdb_length, cdb, direction, static_cast<int>(request.data_length));
   if (task == nullptr ||
       (direction == SCSI_XFER_READ &&
        scsi_task_add_data_in_buffer(task, static_cast<int>(request.data_length), request.data) != 0)) {
@@ -233,8 +253,9 @@ void run_iscsi_command(IscsiSession& session, uint16_t lun, const PassThroughReq
   }
   reply.scsi_status = static_cast<uint8_t>(waiter.status);
   reply.transferred_length =
-      direction == SCSI_XFER_NONE ? 0
-                                  : iscsi_transferred_length(request.data_length, residual_kind(*task), task->residual);
+      direction == SCSI_XFER_NONE
+          ? 0
+          : iscsi_transferred_length(request.data_length, residual_kind(*task), task->residual);
   if (waiter.status == SCSI_STATUS_CHECK_CONDITION && task->datain.data != nullptr && task->datain.size > 0) {
     reply.sense_length = iscsi_response_sense(task->datain.data, static_cast<size_t>(task->datain.size),
                                               request.sense, kSenseAreaSize - 1);
@@ -252,26 +273,6 @@ void default_iscsi_initiator(char* name, size_t size) {
   std::snprintf(name, size, "iqn.2024-01.org.bftdtest:%s", host);
 }
 
-// Waits on one connect or login step; 0, or -1 after its ERROR line.
-int finish_step(IscsiSession& session, const Waiter& waiter, Clock::time_point deadline, const char* what) {
-  const Served served = serve(session, waiter, deadline, false);
-  if (served == Served::timed_out) {
-    error_printf("ERROR: iSCSI portal %s: %s: no answer within %d seconds\n", session.portal, what,
-                 kIscsiLoginSeconds);
-    return -1;
-  }
-  if (served == Served::lost) {
-    error_printf("ERROR: iSCSI portal %s: %s (%s)\n", session.portal, what, session.lost_reason);
-    return -1;
-  }
-  if (waiter.status != SCSI_STATUS_GOOD) {
-    error_printf("ERROR: iSCSI portal %s: %s (%s)\n", session.portal, what, failure_reason(session.context, -1));
-    return -1;
-  }
-  return 0;
-}
-
-// Connects and logs in. 0, or -1 after its ERROR line (the context freed).
 int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
   session.context = iscsi_create_context(session.initiator);
   if (session.context == nullptr) {
@@ -294,7 +295,8 @@ int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
   begin_step();
   int result = iscsi_connect_async(context, session.portal, note_done, &connected);
   if (result != 0) {
-    error_printf("ERROR: iSCSI portal %s: cannot connect (%s)\n", session.portal, failure_reason(session.context, -1));
+    error_printf("ERROR: iSCSI portal %s: cannot connect (%s)\n", session.portal,
+                 failure_reason(session.context, -1));
   } else {
     result = finish_step(session, connected, deadline, "cannot connect");
   }
@@ -304,7 +306,8 @@ int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
     char what[300];
     std::snprintf(what, sizeof what, "login to %s failed", session.target);
     if (iscsi_login_async(context, note_done, &logged_in) != 0) {
-      error_printf("ERROR: iSCSI portal %s: %s (%s)\n", session.portal, what, failure_reason(session.context, -1));
+      error_printf("ERROR: iSCSI portal %s: %s (%s)\n", session.portal, what,
+                   failure_reason(session.context, -1));
       result = -1;
     } else {
       result = finish_step(session, logged_in, deadline, what);
@@ -314,7 +317,6 @@ int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
   return result;
 }
 
-// Logs out (at most kLogoutSeconds) and closes the connection.
 void end_iscsi_session(IscsiSession& session) {
   if (session.context != nullptr && !session.lost) {
     Waiter logged_out{false, 0};
@@ -325,7 +327,6 @@ void end_iscsi_session(IscsiSession& session) {
   drop_connection(session);
   session = IscsiSession{};
 }
-
 
 const char* iscsi_failure_note() { return failure_note[0] != '\0' ? failure_note : nullptr; }
 

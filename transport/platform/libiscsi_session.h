@@ -26,10 +26,10 @@ struct IscsiSession {
   iscsi_context* context;  // null once the connection is closed
   char portal[264];
   char target[224];
-  char user[256];     // empty: no CHAP
+  char user[256];  // empty: no CHAP
   char secret[256];
   char initiator[224];
-  bool lost;          // the connection failed; no command goes over it any more
+  bool lost;  // the connection failed; no command goes over it any more
   char lost_reason[256];
 };
 

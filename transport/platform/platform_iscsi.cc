@@ -79,7 +79,8 @@ int check_unit(IscsiSession& session, Unit& unit, Clock::time_point deadline) {
   run_iscsi_command(session, unit.lun, request, false, reply);
   if (reply.error != kErrorNone || reply.scsi_status != 0) {
     const char* note = iscsi_failure_note();
-    const char* reason = reply.error != kErrorNone && note != nullptr ? note : "it answered with a CHECK CONDITION";
+    const char* reason =
+        reply.error != kErrorNone && note != nullptr ? note : "it answered with a CHECK CONDITION";
     error_printf("ERROR: iSCSI portal %s: Inquiry of LUN %u of %s failed (%s)\n", session.portal,
                  static_cast<unsigned>(unit.lun), session.target, reason);
     return -1;
@@ -105,7 +106,8 @@ bool same_login(const IscsiSession& session, const IscsiUrl& url, const char* us
 int adapter_number(const char* device_name) {
   unsigned number = 0;
   char end = '\0';
-  if (std::sscanf(device_name, "\\\\.\\Scsi%u%c", &number, &end) != 2 || end != ':' || number > 255) return -1;
+  if (std::sscanf(device_name, "\\\\.\\Scsi%u%c", &number, &end) != 2 || end != ':' || number > 255)
+    return -1;
   for (unsigned i = 0; i < unit_count; ++i) {
     if (units[i].address.port_number == number) return static_cast<int>(number);
   }
@@ -115,7 +117,8 @@ int adapter_number(const char* device_name) {
 Unit* unit_at(unsigned adapter, uint8_t bus, uint8_t target_id, uint8_t lun) {
   for (unsigned i = 0; i < unit_count; ++i) {
     const ScsiAddress& a = units[i].address;
-    if (a.port_number == adapter && a.path_id == bus && a.target_id == target_id && a.lun == lun) return &units[i];
+    if (a.port_number == adapter && a.path_id == bus && a.target_id == target_id && a.lun == lun)
+      return &units[i];
   }
   return nullptr;
 }
@@ -147,7 +150,8 @@ int query_adapter(PlatformHandle handle, AdapterInquiry* inquiry) {
     info.claimed = 0;
     info.inquiry_length = sizeof info.inquiry;
     std::memcpy(info.inquiry, unit.inquiry, sizeof info.inquiry);
-    if (unit.address.path_id >= inquiry->bus_count) inquiry->bus_count = static_cast<uint8_t>(unit.address.path_id + 1);
+    if (unit.address.path_id >= inquiry->bus_count)
+      inquiry->bus_count = static_cast<uint8_t>(unit.address.path_id + 1);
   }
   return 0;
 }
@@ -157,8 +161,9 @@ int query_tape_address(PlatformHandle, ScsiAddress*) { return -1; }  // no tape 
 void pass_through(PlatformHandle device, const PassThroughRequest& request, PassThroughReply& reply) {
   reply = PassThroughReply{};
   const int adapter = handle_adapter(device);
-  Unit* unit = adapter < 0 ? nullptr
-                           : unit_at(static_cast<unsigned>(adapter), request.path_id, request.target_id, request.lun);
+  Unit* unit = adapter < 0
+                   ? nullptr
+                   : unit_at(static_cast<unsigned>(adapter), request.path_id, request.target_id, request.lun);
   if (unit == nullptr) {
     reply.error = adapter < 0 ? kErrorInvalidParameter : kErrorNotFound;
     return;
@@ -173,9 +178,9 @@ void close_device(PlatformHandle handle) {
 
 int device_node(const char* device_name, const ScsiAddress& address, char* text, unsigned size) {
   const int adapter = adapter_number(device_name);
-  const Unit* unit = adapter < 0 ? nullptr
-                                 : unit_at(static_cast<unsigned>(adapter), address.path_id, address.target_id,
-                                           address.lun);
+  const Unit* unit =
+      adapter < 0 ? nullptr
+                  : unit_at(static_cast<unsigned>(adapter), address.path_id, address.target_id, address.lun);
   if (unit == nullptr) return -1;
   std::snprintf(text, size, "%s", unit->shown_url);
   return 0;
@@ -184,8 +189,8 @@ int device_node(const char* device_name, const ScsiAddress& address, char* text,
 const char* describe_request_failure() { return iscsi_failure_note(); }
 
 const Platform kIscsiPlatform = {
-    "iscsi",      open_device, query_adapter, query_tape_address, pass_through,
-    close_device, nullptr,     device_node,   nullptr,            describe_request_failure,
+    "iscsi", open_device, query_adapter, query_tape_address,       pass_through, close_device,
+    nullptr, device_node, nullptr,       describe_request_failure,
 };
 
 }  // namespace
@@ -202,9 +207,10 @@ int iscsi_attach(const IscsiLogin& login, const ScsiAddress& address) {
     error_printf("ERROR: iSCSI portal %s: the CHAP user is given both in the URL and after it\n", url.portal);
     return -1;
   }
-  if (unit_count == kMaxUnits || unit_at(address.port_number, address.path_id, address.target_id, address.lun)) {
-    error_printf("ERROR: iSCSI portal %s: no room for the unit at /hanum %u /bus %u /tid %u /lun %u\n", url.portal,
-                 address.port_number, address.path_id, address.target_id, address.lun);
+  if (unit_count == kMaxUnits ||
+      unit_at(address.port_number, address.path_id, address.target_id, address.lun)) {
+    error_printf("ERROR: iSCSI portal %s: no room for the unit at /hanum %u /bus %u /tid %u /lun %u\n",
+                 url.portal, address.port_number, address.path_id, address.target_id, address.lun);
     return -1;
   }
   const char* user = chap_after ? login.chap_user : url.user;
