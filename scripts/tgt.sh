@@ -3,7 +3,9 @@
 # scripts/kernel-tape; the control port, which names tgtd's socket in the
 # shared /var/run/tgtd/, is the same number), under a time limit, stopped by
 # its PID. Needs root.
-#   tgt_start LOG_DIR LIMIT_SECONDS   sets TGT_PORT and TGT_PID (tgtd's own)
+#   tgt_start LOG_DIR LIMIT_SECONDS   sets TGT_PORT and TGT_PID (tgtd's own);
+#                                     LOG_DIR "-": no log (tgt 1.0.85 logs a line
+#                                     for every Read it serves)
 #   tgt_adm ARGS...                   tgtadm for that tgtd, iSCSI driver
 #   tgt_stop                          deletes every target, then the system
 TGT_PORT=""
@@ -29,15 +31,16 @@ tgt_child_of() {
 # A port another tgtd takes between the probe and the start makes tgtd exit:
 # the next port is tried.
 tgt_start() {
-  local log_dir=$1 limit=$2 candidate=3300 tries
+  local log_dir=$1 limit=$2 candidate=3300 tries log
   for tries in 1 2 3 4 5 6 7 8; do
     while ! tgt_port_is_free "$candidate"; do
       candidate=$((candidate + 1))
       [ "$candidate" -lt 3400 ] || { echo "FAIL: no free port for tgtd in 3300-3399"; return 1; }
     done
     TGT_PORT=$candidate
-    timeout -k 5 "$limit" tgtd -f -C "$TGT_PORT" --iscsi portal="127.0.0.1:$TGT_PORT" \
-      >"$log_dir/tgtd-$TGT_PORT.log" 2>&1 &
+    log=/dev/null
+    [ "$log_dir" = - ] || log="$log_dir/tgtd-$TGT_PORT.log"
+    timeout -k 5 "$limit" tgtd -f -C "$TGT_PORT" --iscsi portal="127.0.0.1:$TGT_PORT" >"$log" 2>&1 &
     tgt_timeout_pid=$!
     for _ in $(seq 50); do
       TGT_PID=$(tgt_child_of "$tgt_timeout_pid" || true)
@@ -50,7 +53,7 @@ tgt_start() {
     TGT_PID=""
     candidate=$((candidate + 1))
   done
-  echo "FAIL: tgtd did not start (last log: $log_dir/tgtd-$TGT_PORT.log)"
+  echo "FAIL: tgtd did not start (last log: $log)"
   return 1
 }
 
