@@ -27,6 +27,7 @@
 #include "settings/number_syntax.h"
 #include "settings/settings.h"
 #include "transport/command_buffers.h"
+#include "transport/platform/iscsi_url.h"
 #include "transport/platform/platform.h"
 #include "transport/platform/win32_inquiry_walker.h"
 #include "transport/scsi_transport.h"
@@ -190,6 +191,23 @@ int config_file_fuzz(const std::string& text) {
   uint16_t count = read_config_args(file, 0, nullptr);  // the counting pass alone
   std::fclose(file);
   check(count != 1 || result == 0, "a file without option lines is accepted");
+  return 0;
+}
+
+// An `/iscsi` URL: read, shown without its password, read back as the same
+// unit.
+int iscsi_url_fuzz(const std::string& input_text) {
+  const std::string text = input_text.c_str();
+  IscsiUrl url;
+  char error[200];
+  if (parse_iscsi_url(text.c_str(), &url, error, sizeof error) != 0) return 0;
+  char shown[4 * kIscsiUrlCapacity];
+  shown_iscsi_url(url, shown, sizeof shown);
+  IscsiUrl again;
+  check(parse_iscsi_url(shown, &again, error, sizeof error) == 0, "the shown URL reads back");
+  check(std::strcmp(again.portal, url.portal) == 0 && std::strcmp(again.target, url.target) == 0 &&
+            again.lun == url.lun && std::strcmp(again.user, url.user) == 0 && again.password[0] == '\0',
+        "the shown URL names the same unit, without the password");
   return 0;
 }
 

@@ -151,6 +151,17 @@ int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_s
 }
 
 void shown_iscsi_url(const IscsiUrl& url, char* text, size_t size) {
-  std::snprintf(text, size, "iscsi://%s%s%s/%s/%u", url.user, url.user[0] != '\0' ? "@" : "", url.portal,
-                url.target, static_cast<unsigned>(url.lun));
+  // The target as a URL spells it: bytes outside iSCSI names' own characters
+  // as %XX, so that the text reads back as the same target.
+  char target[3 * sizeof url.target];
+  size_t used = 0;
+  for (const char* c = url.target; *c != '\0'; ++c) {
+    const unsigned char byte = static_cast<unsigned char>(*c);
+    const bool plain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+                       (byte >= '0' && byte <= '9') || byte == '.' || byte == '-' || byte == ':' || byte == '_';
+    used += static_cast<size_t>(
+        std::snprintf(target + used, sizeof target - used, plain ? "%c" : "%%%02X", static_cast<unsigned>(byte)));
+  }
+  std::snprintf(text, size, "iscsi://%s%s%s/%s/%u", url.user, url.user[0] != '\0' ? "@" : "", url.portal, target,
+                static_cast<unsigned>(url.lun));
 }

@@ -33,5 +33,7 @@ struct IscsiUrl {
 int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_size);
 
 // The URL that names `url` in reports and results files: its user name
-// stays, its password never appears. The text is cut to `size`.
+// stays, its password never appears; a target byte outside the characters
+// of iSCSI names is written %XX. Read back, it names the same unit. The
+// text is cut to `size`.
 void shown_iscsi_url(const IscsiUrl& url, char* text, size_t size);

@@ -30,9 +30,12 @@ TEST(IscsiUrl, ReadsEveryPartAndShowsItWithoutThePassword) {
       {"iscsi://[::1]/iqn.x/3", "[::1]:3260", "iqn.x", 3, "", "", "iscsi://[::1]:3260/iqn.x/3"},
       {"iscsi://[2001:db8::7]:3270/iqn.x/3", "[2001:db8::7]:3270", "iqn.x", 3, "", "",
        "iscsi://[2001:db8::7]:3270/iqn.x/3"},
-      // libiscsi's escape of ':' in target names.
+      // libiscsi's escape of ':' in target names; bytes no iSCSI name has
+      // are escaped when shown.
       {"iscsi://host/iqn.2024-01.test%3Atape/1", "host:3260", "iqn.2024-01.test:tape", 1, "", "",
        "iscsi://host:3260/iqn.2024-01.test:tape/1"},
+      {"iscsi://host/odd%2Fname%40x%25/1", "host:3260", "odd/name@x%", 1, "", "",
+       "iscsi://host:3260/odd%2Fname%40x%25/1"},
   };
   for (const auto& c : cases) {
     IscsiUrl url;
