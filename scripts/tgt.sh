@@ -22,7 +22,7 @@ tgt_port_is_free() {
 tgt_child_of() {
   local stat pid rest
   for stat in /proc/[0-9]*/stat; do
-    read -r pid _ _ rest <"$stat" 2>/dev/null || continue
+    read -r pid _ _ rest 2>/dev/null <"$stat" || continue  # a process may end meanwhile
     [ "${rest%% *}" = "$1" ] && { echo "$pid"; return 0; }
   done
   return 1

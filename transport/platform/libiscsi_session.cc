@@ -134,7 +134,10 @@ Served serve(IscsiSession& session, const Waiter& waiter, Clock::time_point dead
       }
       last_ping = now;
     }
-    pollfd descriptor{iscsi_get_fd(context), static_cast<short>(iscsi_which_events(context)), 0};
+    // POLLRDHUP tells a target that closed the connection from one that
+    // broke it: libiscsi says nothing when a read finds the end.
+    const short events = static_cast<short>(iscsi_which_events(context) | POLLRDHUP);
+    pollfd descriptor{iscsi_get_fd(context), events, 0};
     const int ready = ::poll(&descriptor, 1, milliseconds_until(deadline));
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) {
@@ -143,8 +146,13 @@ Served serve(IscsiSession& session, const Waiter& waiter, Clock::time_point dead
     }
     if (ready == 0) continue;
     if ((descriptor.revents & POLLIN) != 0) last_heard = Clock::now();
-    if (iscsi_service(context, descriptor.revents) < 0) {
-      lose(session, failure_reason(context, descriptor.fd));
+    const bool closed =
+        (descriptor.revents & (POLLRDHUP | POLLHUP)) != 0 && iscsi_is_logged_in(context) != 0;
+    // A failed connection shows as a failed service or, when libiscsi has
+    // cancelled its tasks itself, as the command's CANCELLED.
+    if (iscsi_service(context, descriptor.revents) < 0 ||
+        (waiter.done && waiter.status == SCSI_STATUS_CANCELLED)) {
+      lose(session, closed ? "the target closed the connection" : failure_reason(context, descriptor.fd));
       return Served::lost;
     }
   }
