@@ -201,7 +201,7 @@ int iscsi_url_fuzz(const std::string& input_text) {
   IscsiUrl url;
   char error[200];
   if (parse_iscsi_url(text.c_str(), &url, error, sizeof error) != 0) return 0;
-  char shown[4 * kIscsiUrlCapacity];
+  char shown[kIscsiUrlCapacity];
   shown_iscsi_url(url, shown, sizeof shown);
   IscsiUrl again;
   check(parse_iscsi_url(shown, &again, error, sizeof error) == 0, "the shown URL reads back");

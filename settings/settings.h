@@ -9,7 +9,7 @@
 #include "settings/slot_list.h"
 
 constexpr unsigned kFileNameCapacity = 128;  // 127 characters and a terminator
-constexpr unsigned kIscsiTextCapacity = 512;  // the iSCSI URL, CHAP user and secret, initiator name
+constexpr unsigned kIscsiTextCapacity = 1280;  // the iSCSI URL, CHAP user and secret, initiator name
 
 // Where a SCSI unit answers: host adapter, bus, SCSI id and LUN.
 struct UnitAddress {

@@ -53,8 +53,9 @@ int decode_target(const char* begin, const char* end, IscsiUrl* url, char* error
       byte = static_cast<char>(high * 16 + low);
       c += 2;
     }
-    if (static_cast<unsigned char>(byte) <= ' ')
+    if (static_cast<unsigned char>(byte) <= ' ' || byte == 0x7F) {
       return fail(error, size, "blank or control character in the target name");
+    }
     if (used + 1 >= sizeof url->target) return fail(error, size, "target name longer than 223 bytes");
     url->target[used++] = byte;
   }
@@ -117,7 +118,7 @@ int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_s
   const char* rest = text + scheme_length;
   const char* end = rest + std::strlen(rest);
   if (static_cast<size_t>(end - text) >= kIscsiUrlCapacity) {
-    return fail(error, error_size, "longer than 511 characters");
+    return fail(error, error_size, "longer than 1279 characters");
   }
 
   // iSCSI names and host names have no '@': the last one ends the user part.
@@ -151,16 +152,15 @@ int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_s
 }
 
 void shown_iscsi_url(const IscsiUrl& url, char* text, size_t size) {
-  // The target as a URL spells it: bytes outside iSCSI names' own characters
-  // as %XX, so that the text reads back as the same target.
+  // The target as a URL spells it: what would end it or read as an escape,
+  // and what cannot be seen, as %XX.
   char target[3 * sizeof url.target];
   size_t used = 0;
   for (const char* c = url.target; *c != '\0'; ++c) {
     const unsigned char byte = static_cast<unsigned char>(*c);
-    const bool plain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-                       (byte >= '0' && byte <= '9') || byte == '.' || byte == '-' || byte == ':' || byte == '_';
+    const bool escaped = byte == '%' || byte == '/' || byte == '@' || byte <= ' ' || byte == 0x7F;
     used += static_cast<size_t>(
-        std::snprintf(target + used, sizeof target - used, plain ? "%c" : "%%%02X", static_cast<unsigned>(byte)));
+        std::snprintf(target + used, sizeof target - used, escaped ? "%%%02X" : "%c", static_cast<unsigned>(byte)));
   }
   std::snprintf(text, size, "iscsi://%s%s%s/%s/%u", url.user, url.user[0] != '\0' ? "@" : "", url.portal, target,
                 static_cast<unsigned>(url.lun));

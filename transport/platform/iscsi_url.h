@@ -13,7 +13,9 @@
 #include <cstddef>
 #include <cstdint>
 
-constexpr unsigned kIscsiUrlCapacity = 512;  // the longest URL taken, with its terminator
+// The longest URL taken, with its terminator; it also holds every URL that
+// shown_iscsi_url writes (user, portal, a target of 223 escaped bytes, LUN).
+constexpr unsigned kIscsiUrlCapacity = 1280;
 constexpr uint16_t kIscsiDefaultPort = 3260;
 constexpr unsigned kIscsiMaxLun = 16383;  // flat space addressing (SAM)
 
@@ -33,7 +35,7 @@ struct IscsiUrl {
 int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_size);
 
 // The URL that names `url` in reports and results files: its user name
-// stays, its password never appears; a target byte outside the characters
-// of iSCSI names is written %XX. Read back, it names the same unit. The
-// text is cut to `size`.
+// stays, its password never appears; '%', '/', '@', blanks and control bytes of
+// the target are written %XX. Read back, it names the same unit. The text
+// is cut to `size` (kIscsiUrlCapacity holds any).
 void shown_iscsi_url(const IscsiUrl& url, char* text, size_t size);

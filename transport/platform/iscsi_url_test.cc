@@ -36,6 +36,7 @@ TEST(IscsiUrl, ReadsEveryPartAndShowsItWithoutThePassword) {
        "iscsi://host:3260/iqn.2024-01.test:tape/1"},
       {"iscsi://host/odd%2Fname%40x%25/1", "host:3260", "odd/name@x%", 1, "", "",
        "iscsi://host:3260/odd%2Fname%40x%25/1"},
+      {"iscsi://host/a/b/1", "host:3260", "a/b", 1, "", "", "iscsi://host:3260/a%2Fb/1"},
   };
   for (const auto& c : cases) {
     IscsiUrl url;
@@ -78,7 +79,8 @@ TEST(IscsiUrl, RefusesBadUrlsWithAReasonThatNeverQuotesThem) {
       {"iscsi://host/iqn%20x/1", "blank or control character in the target name"},
       {"iscsi://host/" + std::string(224, 'q') + "/1", "target name longer than 223 bytes"},
       {"iscsi://" + std::string(256, 'h') + "/iqn.x/1", "host name longer than 255 characters"},
-      {"iscsi://host/" + std::string(500, 'q') + "/1", "longer than 511 characters"},
+      {"iscsi://host/iqn%7Fx/1", "blank or control character in the target name"},
+      {"iscsi://host/" + std::string(1270, 'q') + "/1", "longer than 1279 characters"},
   };
   for (const auto& c : cases) {
     IscsiUrl url;
