@@ -30,6 +30,3 @@ CLANG_PACKAGES=(clang-14 libclang-rt-14-dev libfuzzer-14-dev)
 KERNEL_TAPE_PACKAGES=(qemu-system-x86 qemu-block-extra tgt busybox-static cpio kmod)
 # scripts/iscsi-tape: the tape target and a reader of the results file.
 ISCSI_TAPE_PACKAGES=(tgt jq)
-# A static build with iSCSI: the archives Debian's libiscsi.a needs (its iSER
-# transport); without them the static program has no iSCSI support.
-STATIC_ISCSI_PACKAGES=(librdmacm-dev libibverbs-dev)
