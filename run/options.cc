@@ -27,7 +27,7 @@ static_assert(kIscsiTextCapacity == kIscsiUrlCapacity, "the iSCSI URL setting ho
 
 // The arguments of the command line that hold an iSCSI URL or a CHAP
 // secret, so that a record of the options can leave the secrets out.
-const char* url_argument = nullptr;
+const char* url_arguments[2] = {nullptr, nullptr};  // `/iscsi`'s and `/changer`'s
 const char* secret_argument = nullptr;
 char shown_url_argument[kIscsiUrlCapacity];
 
@@ -199,7 +199,7 @@ int apply_iscsi(OptionCall& call) {
   const char* url = take_value(call);
   if (copy_iscsi_value(test_settings.iscsi_url, url, "URL") != 0) return -1;
   test_settings.iscsi_enabled = 1;
-  url_argument = url;
+  url_arguments[0] = url;
   while (has_plain_value(call)) {
     const char* keyword = take_value(call);
     if (std::strcmp(keyword, "chap") == 0) {
@@ -247,8 +247,18 @@ int apply_eta(OptionCall&) {
   return 0;
 }
 
-// `/changer <hanum> <bus> <tid> <lun>`: four numbers, none of them an option.
+// `/changer <hanum> <bus> <tid> <lun>`: four numbers, none of them an option;
+// or `/changer <iscsi-url>`, the changer over the program's iSCSI initiator.
 int apply_changer(OptionCall& call) {
+  if (has_value(call) && std::strncmp(call.arguments[call.next], "iscsi://", 8) == 0) {
+    const char* url = take_value(call);
+    if (copy_iscsi_value(test_settings.changer_iscsi_url, url, "URL") != 0) return -1;
+    url_arguments[1] = url;
+    test_settings.changer_enabled = 1;
+    test_settings.changer_iscsi_enabled = 1;
+    return 0;
+  }
+  test_settings.changer_iscsi_enabled = 0;
   uint32_t values[4];
   for (uint32_t& value : values) {
     if (!has_value(call) || call.arguments[call.next][0] == '/') {
@@ -413,8 +423,13 @@ int apply_config_file(OptionCall& call) {
   return result;
 }
 
-// The library options mean nothing without the changer.
+// The library options mean nothing without the changer. An iSCSI changer
+// answers beside the drive: its adapter, bus and id, the next LUN.
 int check_library_settings(int result) {
+  TestSettings& s = test_settings;
+  if (s.changer_iscsi_enabled != 0) {
+    s.changer = UnitAddress{s.host_adapter_number, s.bus_number, s.scsi_id, static_cast<uint8_t>((s.lun + 1) % 8)};
+  }
   if (test_settings.changer_enabled != 0) return result;
   const char* alone = test_settings.slot_range_count != 0      ? "/slots"
                       : test_settings.drive_ordinal >= 0        ? "/drive"
@@ -528,7 +543,7 @@ void print_help() {
       "  /drive <n>\t\tthe tested drive is the library's drive n (from 0)\n",
       "  /readywait <min>\tminutes a loaded cartridge may take to become ready\n",
       "  /iscsi <url> [...]\treach the drive over iSCSI: iscsi://host[:port]/iqn/lun\n",
-      "\t\t\t[chap <user> <secret>] [initiator <iqn>]\n",
+      "\t\t\t[chap <user> <secret>] [initiator <iqn>]; /changer <url>\n",
       "  /?\t\t\tthis help screen\n",
   };
   for (const char* text : kOptionLines) screen_printf("%s", text);
@@ -585,7 +600,7 @@ bool options_had_illegal_number() { return illegal_option_number; }
 
 const char* argument_for_record(const char* argument) {
   if (argument == secret_argument) return "(secret)";
-  if (argument != url_argument) return argument;
+  if (argument != url_arguments[0] && argument != url_arguments[1]) return argument;
   IscsiUrl url;
   char error[160];
   if (parse_iscsi_url(argument, &url, error, sizeof error) != 0) return "(iSCSI URL)";
@@ -593,10 +608,10 @@ const char* argument_for_record(const char* argument) {
   return shown_url_argument;
 }
 
-void shown_iscsi_setting(char* text, size_t size) {
+void shown_iscsi_setting(const char* setting, char* text, size_t size) {
   IscsiUrl url;
   char error[160];
-  if (parse_iscsi_url(test_settings.iscsi_url, &url, error, sizeof error) != 0) {
+  if (parse_iscsi_url(setting, &url, error, sizeof error) != 0) {
     std::snprintf(text, size, "%s", "(iSCSI URL)");
     return;
   }
@@ -606,6 +621,6 @@ void shown_iscsi_setting(char* text, size_t size) {
 void reset_option_parser() {
   in_config_file = 0;
   illegal_option_number = false;
-  url_argument = nullptr;
+  url_arguments[0] = url_arguments[1] = nullptr;
   secret_argument = nullptr;
 }

@@ -38,8 +38,9 @@ bool options_had_illegal_number();
 // address, so pass the very pointers that parse_options was given.
 const char* argument_for_record(const char* argument);
 
-// The `/iscsi` URL as reports show it: without its password.
-void shown_iscsi_setting(char* text, size_t size);
+// An iSCSI URL setting (`/iscsi`'s, `/changer`'s) as reports show it:
+// without its password.
+void shown_iscsi_setting(const char* setting, char* text, size_t size);
 
 // Back to the state before any parse (not inside a configuration file).
 void reset_option_parser();

@@ -51,8 +51,13 @@ void print_settings_summary() {
   }
   if (test_settings.iscsi_enabled != 0) {
     char url[kIscsiTextCapacity];
-    shown_iscsi_setting(url, sizeof url);
+    shown_iscsi_setting(test_settings.iscsi_url, url, sizeof url);
     report_printf("iSCSI unit = \"%s\"\r\n", url);
+  }
+  if (test_settings.changer_iscsi_enabled != 0) {
+    char url[kIscsiTextCapacity];
+    shown_iscsi_setting(test_settings.changer_iscsi_url, url, sizeof url);
+    report_printf("iSCSI changer = \"%s\"\r\n", url);
   }
   flush_report_streams();
 }

@@ -29,6 +29,7 @@
 #include "transport/executor.h"
 #include "os/os.h"
 #include "transport/platform/iscsi_platform.h"
+#include "transport/platform/iscsi_url.h"
 #include "transport/platform/platform.h"
 #include "transport/scsi_transport.h"
 #include "vtape/virtual_drive.h"
@@ -129,12 +130,23 @@ int check_device_type() {
 }
 
 // The iSCSI unit of `/iscsi`, logged in and answering at the address of
-// the settings. 0, or -1 after its message.
-int attach_iscsi_unit() {
+// the settings, and the changer of `/changer <iscsi-url>` at its own. The
+// changer's URL without a user takes the drive's CHAP user and secret
+// (both are usually one target). 0, or -1 after its message.
+int attach_iscsi_units() {
   const TestSettings& s = test_settings;
   const IscsiLogin login{s.iscsi_url, s.iscsi_chap_user, s.iscsi_chap_secret, s.iscsi_initiator};
   const ScsiAddress address{s.host_adapter_number, s.bus_number, s.scsi_id, s.lun};
   if (iscsi_attach(login, address) != 0) return -1;
+  if (s.changer_iscsi_enabled != 0) {
+    IscsiUrl url;
+    char error[160];
+    const bool own_user = parse_iscsi_url(s.changer_iscsi_url, &url, error, sizeof error) == 0 && url.user[0] != '\0';
+    const IscsiLogin changer{s.changer_iscsi_url, own_user ? nullptr : s.iscsi_chap_user,
+                             own_user ? nullptr : s.iscsi_chap_secret, s.iscsi_initiator};
+    const ScsiAddress at{s.changer.adapter, s.changer.bus, s.changer.target_id, s.changer.lun};
+    if (iscsi_attach(changer, at) != 0) return -1;
+  }
   set_active_platform(iscsi_platform());
   return 0;
 }
@@ -147,7 +159,11 @@ int choose_platform() {
     error_printf("ERROR: options \"/vtape\" and \"/iscsi\" cannot be used together\n");
     return -1;
   }
-  if (test_settings.iscsi_enabled != 0) return attach_iscsi_unit();
+  if (test_settings.changer_iscsi_enabled != 0 && test_settings.iscsi_enabled == 0) {
+    error_printf("ERROR: a changer given by an iSCSI URL needs the drive over iSCSI too (\"/iscsi <url>\")\n");
+    return -1;
+  }
+  if (test_settings.iscsi_enabled != 0) return attach_iscsi_units();
   if (test_settings.virtual_drive_enabled == 0) {
     set_active_platform(nullptr);
     return 0;

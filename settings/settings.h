@@ -72,6 +72,11 @@ struct TestSettings {
   char iscsi_chap_user[kIscsiTextCapacity];
   char iscsi_chap_secret[kIscsiTextCapacity];
   char iscsi_initiator[kIscsiTextCapacity];
+  // `/changer <iscsi-url>`: the library's changer over the same initiator;
+  // it answers at the drive's adapter, bus and id with the next LUN
+  // (`changer` holds that address once the options are read).
+  uint8_t changer_iscsi_enabled;
+  char changer_iscsi_url[kIscsiTextCapacity];
 };
 
 extern TestSettings test_settings;
