@@ -65,10 +65,10 @@ std::vector<uint8_t> page(uint8_t type, unsigned descriptor_length, const std::v
 // The 8-byte header before the pages; `short_by` bytes of the end are lost
 // (zero), as tgt's changer loses them.
 std::vector<uint8_t> answer(const std::vector<uint8_t>& pages, unsigned count, size_t allocation, size_t short_by = 0) {
-  std::vector<uint8_t> b(8);
+  std::vector<uint8_t> b(8 + pages.size());
   put16(b, 2, count);
   put24(b, 5, static_cast<unsigned>(pages.size()));
-  b.insert(b.end(), pages.begin(), pages.end());
+  std::copy(pages.begin(), pages.end(), b.begin() + 8);
   for (size_t i = 0; i < short_by; ++i) b[b.size() - 1 - i] = 0;
   b.resize(allocation, 0);
   return b;
