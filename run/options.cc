@@ -18,10 +18,11 @@ constexpr size_t kConfigNameLength = 12;
 constexpr size_t kDscLabelLength = 82;
 constexpr unsigned kConfigLineLength = 256;
 constexpr int kConfigPieceLength = 258;  // a line with its CR LF
+constexpr size_t kNotedValueLength = 40;  // of a value noted as not used as written
 
 // 1 while the options of a configuration file are parsed.
 uint8_t in_config_file = 0;
-bool illegal_option_number = false;
+std::vector<OptionValueNote> value_notes;
 
 static_assert(kIscsiTextCapacity == kIscsiUrlCapacity, "the iSCSI URL setting holds every URL the parser takes");
 
@@ -31,12 +32,25 @@ const char* url_arguments[2] = {nullptr, nullptr};  // `/iscsi`'s and `/changer`
 const char* secret_argument = nullptr;
 char shown_url_argument[kIscsiUrlCapacity];
 
-// parse_number for an option value, noting illegal characters for `/strict`.
-uint32_t option_number(char* text) {
-  const uint32_t before = illegal_number_count();
-  const uint32_t value = parse_number(text);
-  if (illegal_number_count() != before) illegal_option_number = true;
-  return value;
+// Reads an option's number from a copy, so the argument stays as given, and
+// keeps its low `bits` bits as the setting's field does. A value the run
+// does not use as written is noted.
+uint32_t option_number(const char* option, const char* text, unsigned bits) {
+  std::string copy = text;
+  const NumberReading reading = read_number(copy.data());
+  const uint32_t used = bits < 32 ? reading.value & ((1u << bits) - 1) : reading.value;
+  const char* why = reading.illegal     ? "illegal characters"
+                    : reading.no_digits ? "no digits"
+                    : reading.saturated ? "above the largest 32-bit number"
+                    : used == reading.value ? nullptr
+                    : bits == 8             ? "cut to 8 bits"
+                                            : "cut to 16 bits";
+  if (why != nullptr) {
+    std::string given = text;
+    if (given.size() > kNotedValueLength) given = given.substr(0, kNotedValueLength) + "...";
+    value_notes.push_back({option, given, used, why});
+  }
+  return used;
 }
 
 // Copies at most `capacity` - 1 characters of `text` and terminates the copy:
@@ -54,11 +68,14 @@ struct OptionCall {
   char** arguments;
   uint16_t count;
   uint16_t next;
+  const char* option;  // the option's name
 };
 
 bool has_value(const OptionCall& call) { return call.next < call.count; }
 char* take_value(OptionCall& call) { return call.arguments[call.next++]; }
-uint32_t take_number(OptionCall& call) { return option_number(take_value(call)); }
+uint32_t take_number(OptionCall& call, unsigned bits = 32) {
+  return option_number(call.option, take_value(call), bits);
+}
 
 int apply_config_file(OptionCall& call);
 
@@ -101,32 +118,32 @@ int apply_random_pattern(OptionCall& call) {
 }
 
 int apply_host_adapter(OptionCall& call) {
-  test_settings.host_adapter_number = static_cast<uint8_t>(take_number(call));
+  test_settings.host_adapter_number = static_cast<uint8_t>(take_number(call, 8));
   return 0;
 }
 
 int apply_bus(OptionCall& call) {
-  test_settings.bus_number = static_cast<uint8_t>(take_number(call));
+  test_settings.bus_number = static_cast<uint8_t>(take_number(call, 8));
   return 0;
 }
 
 int apply_target_id(OptionCall& call) {
-  test_settings.scsi_id = static_cast<uint8_t>(take_number(call));
+  test_settings.scsi_id = static_cast<uint8_t>(take_number(call, 8));
   return 0;
 }
 
 int apply_lun(OptionCall& call) {
-  test_settings.lun = static_cast<uint8_t>(take_number(call));
+  test_settings.lun = static_cast<uint8_t>(take_number(call, 8));
   return 0;
 }
 
 int apply_density(OptionCall& call) {
-  test_settings.density_code = static_cast<uint8_t>(take_number(call));
+  test_settings.density_code = static_cast<uint8_t>(take_number(call, 8));
   return 0;
 }
 
 int apply_loop(OptionCall& call) {
-  test_settings.iterations = static_cast<uint16_t>(take_number(call));
+  test_settings.iterations = static_cast<uint16_t>(take_number(call, 16));
   return 0;
 }
 
@@ -147,7 +164,7 @@ int apply_block_size(OptionCall& call) {
     test_settings.block_size_from_mode_sense = 1;
   } else {
     // Only "ms" touches the Mode Sense flag: a number sets the size alone.
-    test_settings.logical_block_size = option_number(value);
+    test_settings.logical_block_size = option_number(call.option, value, 32);
   }
   return 0;
 }
@@ -162,7 +179,7 @@ int apply_drive_status(OptionCall& call) {
   copy_cut(label, sizeof label, take_value(call));
   label[std::strcspn(label, "\r\n")] = '\0';
   if (has_value(call) && call.arguments[call.next][0] != '/') {
-    test_settings.status_delay_ms = static_cast<uint16_t>(take_number(call));
+    test_settings.status_delay_ms = static_cast<uint16_t>(take_number(call, 16));
   }
   return load_drive_status_config(label);
 }
@@ -265,7 +282,7 @@ int apply_changer(OptionCall& call) {
       error_printf("ERROR: option \"/changer\" needs four values: <hanum> <bus> <tid> <lun>\n");
       return -1;
     }
-    value = take_number(call);
+    value = take_number(call, 8);
   }
   test_settings.changer_enabled = 1;
   test_settings.changer = UnitAddress{static_cast<uint8_t>(values[0]), static_cast<uint8_t>(values[1]),
@@ -469,7 +486,7 @@ int parse_options(uint16_t argument_count, char** arguments) {
       result = -1;
       break;
     }
-    OptionCall call{arguments, argument_count, static_cast<uint16_t>(index + 1)};
+    OptionCall call{arguments, argument_count, static_cast<uint16_t>(index + 1), option->name};
     if (option->need == ValueNeed::kRequired && !has_value(call)) {
       error_printf("ERROR: option \"%s\" needs a value\n", argument);
       result = -1;
@@ -596,7 +613,7 @@ void print_help() {
       "  option to reduce the size of the CDB transfer.\n\n");
 }
 
-bool options_had_illegal_number() { return illegal_option_number; }
+const std::vector<OptionValueNote>& option_value_notes() { return value_notes; }
 
 const char* argument_for_record(const char* argument) {
   if (argument == secret_argument) return "(secret)";
@@ -620,7 +637,7 @@ void shown_iscsi_setting(const char* setting, char* text, size_t size) {
 
 void reset_option_parser() {
   in_config_file = 0;
-  illegal_option_number = false;
+  value_notes.clear();
   url_arguments[0] = url_arguments[1] = nullptr;
   secret_argument = nullptr;
 }

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 // Parses arguments[1 .. argument_count - 1] into `test_settings`; argument 0 is
 // never looked at. Stops at the first failing option. At the end of the
@@ -28,9 +30,19 @@ uint16_t read_config_args(FILE* file, int mode, char** arguments, uint16_t capac
 // Writes the help screen, with the current settings, to the screen.
 void print_help();
 
-// True when a number among the options (command line or `/cfg` file) had
-// illegal characters and was read only as far as it went.
-bool options_had_illegal_number();
+// An option number (command line or `/cfg` file) that the run does not use
+// as written: cut to the width of its setting, above the largest 32-bit
+// number, without a digit, or read only up to an illegal character. The
+// run uses it as the classic program does; `/strict` and the results file
+// name both values. Option values are parsed from copies, so the arguments
+// stay as given.
+struct OptionValueNote {
+  std::string option;  // "/loop"
+  std::string given;   // as written (a long one cut, with "...")
+  uint32_t used;
+  const char* why;     // "cut to 16 bits", "no digits", ...
+};
+const std::vector<OptionValueNote>& option_value_notes();
 
 // What a record of the options (the results file) shows for `argument` of
 // the command line: the argument itself, an iSCSI URL without its password,

@@ -171,7 +171,10 @@ std::vector<std::string> option_pass_blockers(double asked_megabytes) {
                   test_settings.total_megabytes, asked_megabytes);
     reasons.push_back(text);
   }
-  if (options_had_illegal_number()) reasons.push_back("illegal characters in a number among the options");
+  for (const OptionValueNote& note : option_value_notes()) {
+    reasons.push_back(note.option + " " + note.given + " used as " + std::to_string(note.used) + ", " +
+                      note.why);
+  }
   if (test_settings.unload_each_iteration && load_unload_step == 0) {
     reasons.push_back("unload/reload not supported by the drive (/uld)");
   }

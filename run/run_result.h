@@ -8,8 +8,9 @@
 
 // Why a run that went through (exit code 0) must not count as a pass: a
 // failed RWR or ECC verdict, nothing verified, an amount cut by sizing below
-// `asked_megabytes`, an option number with illegal characters, an
-// unsupported `/uld`. Empty when the run passes.
+// `asked_megabytes`, an option number not used as written (each named with
+// its value as given and as used), an unsupported `/uld`. Empty when the run
+// passes.
 std::vector<std::string> pass_blockers(double asked_megabytes);
 // The part of those that belongs to the tape's test (verdicts, nothing
 // verified), which a library sweep judges cartridge by cartridge; and the

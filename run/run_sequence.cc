@@ -211,6 +211,12 @@ int run_classic_test(bool set_up, double asked_megabytes, std::vector<std::strin
 
 int run_program(int argc, char** argv) {
   os_init_console();
+  // The parser counts in 16 bits, like the classic program: a longer command
+  // line would lose every option, `/vtape` included, and test a real drive.
+  if (argc > UINT16_MAX) {
+    error_printf("ERROR: too many arguments on command line (%d; at most %u)\n", argc - 1, UINT16_MAX - 1);
+    return exit_code;
+  }
   if (parse_options(static_cast<uint16_t>(argc), argv) != 0) return exit_code;
   if (choose_platform() != 0) return 1;
   reset_test_totals();

@@ -38,14 +38,11 @@ unsigned prefix_base(const char* text) {
 
 }  // namespace
 
-namespace {
-uint32_t illegal_numbers = 0;
-}
+uint32_t parse_number(char* text) { return read_number(text).value; }
 
-uint32_t illegal_number_count() { return illegal_numbers; }
-
-uint32_t parse_number(char* text) {
-  if (text == nullptr || text[0] == '\0') return 0;
+NumberReading read_number(char* text) {
+  NumberReading reading{0, false, true, false};
+  if (text == nullptr || text[0] == '\0') return reading;
 
   unsigned base = 10;
   char* digits = text;
@@ -72,9 +69,12 @@ uint32_t parse_number(char* text) {
     value = value * base + digit;
     if (value > 0xFFFFFFFFu) value = 0x100000000u;  // saturates; read on to the end of the digits
   }
+  reading.no_digits = c == digits;
   if (*c != '\0') {
-    ++illegal_numbers;
+    reading.illegal = true;
     report_printf("ERROR: illegal character(s) in number string\r\n");
   }
-  return value > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(value);
+  reading.saturated = value > 0xFFFFFFFFu;
+  reading.value = reading.saturated ? 0xFFFFFFFFu : static_cast<uint32_t>(value);
+  return reading;
 }

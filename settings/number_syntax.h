@@ -13,6 +13,12 @@
 // file and returns what was read up to there.
 uint32_t parse_number(char* text);
 
-// How many texts parse_number has found illegal characters in since the
-// process started; callers compare two readings.
-uint32_t illegal_number_count();
+// parse_number with what it found besides the value, for callers that tell
+// the user when a number was not read as written.
+struct NumberReading {
+  uint32_t value;
+  bool illegal;    // the digits stopped before the end (the message was written)
+  bool no_digits;  // not one digit was read: an empty text, or a prefix or suffix alone
+  bool saturated;  // the digits stood for more than 0xFFFFFFFF
+};
+NumberReading read_number(char* text);

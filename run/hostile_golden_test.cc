@@ -1,0 +1,34 @@
+// Whole runs of what a careless or hostile user tries: command lines longer
+// than the parser counts, numbers that do not fit their settings, files of
+// the run that are one file, damaged virtual tapes, signals at any moment.
+// One table of golden rows (see testing/golden_run.h). Arguments may use the
+// shell, e.g. to write a large file or argument list on the spot.
+#include <gtest/gtest.h>
+
+#include "testing/golden_run.h"
+
+namespace {
+
+const GoldenCase kHostileCases[] = {
+    // 65,534 arguments are the most a 16-bit count holds with the program
+    // name; one more is refused before any option is looked at, so the run
+    // cannot fall back to the real drive at the default address.
+    {"args_too_many", "$(yes /uld | head -n 65535) /vtape", nullptr, false, 1},
+    {"args_most", "$(yes /uld | head -n 65531) /megs 1 /vtape", nullptr, false, 0},
+    // The same limit for the tokens of a configuration file.
+    {"cfg_too_many_tokens", "$(yes /uld | head -n 65535 >many.cfg) /cfg many.cfg /vtape", nullptr, false, 1},
+    {"cfg_most_tokens", "$(yes /uld | head -n 65534 >many.cfg) /cfg many.cfg /h", nullptr, false, 0},
+    // Values cut to their settings' width, and numbers without a digit: used
+    // as the classic program uses them, each a reason under /strict.
+    {"values_cut", "/loop 65536 /hanum 256 /bus 256 /tid 0x102 /lun 256 /den 256 /dsc VIRTUAL-TAPE 65536 /vtape",
+     nullptr, true, 0},
+    {"strict_values_cut",
+     "/loop 65536 /hanum 256 /bus 256 /tid 0x102 /lun 256 /den 256 /dsc VIRTUAL-TAPE 65536 /strict /vtape", nullptr,
+     true, 2},
+    {"strict_no_digits", "/megs 0x /sdint h /den h /megs 1Fh /sdint 99999999999 /strict /vtape", nullptr, false,
+     2},
+};
+
+INSTANTIATE_TEST_SUITE_P(Hostile, GoldenRun, ::testing::ValuesIn(kHostileCases), golden_case_name);
+
+}  // namespace
