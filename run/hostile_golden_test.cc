@@ -27,6 +27,12 @@ const GoldenCase kHostileCases[] = {
      true, 2},
     {"strict_no_digits", "/megs 0x /sdint h /den h /megs 1Fh /sdint 99999999999 /strict /vtape", nullptr, false,
      2},
+    // /strict: the RESULT line agrees with the exit code when the report
+    // could not be written, and ends an interrupted run.
+    {"strict_ofile_full_disk", "/ofile /dev/full /megs 1 /strict /vtape", nullptr, false, 1},
+    {"strict_break_in_write", "/megs 2 /sdint 1 /strict /vtape drive.vtape", "break_at_command = 20\n", false, 1},
+    // A directory is no description, as it is no configuration file.
+    {"vtape_directory", "/vtape .", nullptr, false, 1},
 };
 
 INSTANTIATE_TEST_SUITE_P(Hostile, GoldenRun, ::testing::ValuesIn(kHostileCases), golden_case_name);

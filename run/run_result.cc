@@ -181,15 +181,22 @@ std::vector<std::string> option_pass_blockers(double asked_megabytes) {
   return reasons;
 }
 
-void print_result_line(const std::vector<std::string>& reasons) {
+void print_result_line(FILE* stream, const std::vector<std::string>& reasons) {
   if (reasons.empty()) {
-    report_printf("\r\nRESULT: PASSED\r\n");
+    log_printf({stream}, "\r\nRESULT: PASSED\r\n");
   } else {
     std::string joined;
     for (const std::string& reason : reasons) joined += (joined.empty() ? "" : "; ") + reason;
-    report_printf("\r\nRESULT: FAILED (%s)\r\n", joined.c_str());
+    log_printf({stream}, "\r\nRESULT: FAILED (%s)\r\n", joined.c_str());
   }
-  flush_report_streams();
+}
+
+void write_interrupted_result_line() {
+  static constexpr char kLine[] = "\r\nRESULT: FAILED (interrupted)\r\n";
+  if (test_settings.strict_exit == 0) return;
+  for (FILE* stream : {screen_stream(), log_file()}) {
+    if (stream != nullptr) std::fwrite(kLine, 1, sizeof kLine - 1, stream);
+  }
 }
 
 void write_run_record(int argument_count, char** arguments, bool drive_answered) {

@@ -3,6 +3,7 @@
 // of the results file (`/json`). Main thread only.
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,15 @@ std::vector<std::string> option_pass_blockers(double asked_megabytes);
 // tells none.
 bool unit_serial_number(std::string* serial);
 
-// A blank line and "RESULT: PASSED" or "RESULT: FAILED (reason; reason)", on
-// the screen and in the report.
-void print_result_line(const std::vector<std::string>& reasons);
+// A blank line and "RESULT: PASSED" or "RESULT: FAILED (reason; reason)" on
+// `stream` (the report, then at the very end the screen).
+void print_result_line(FILE* stream, const std::vector<std::string>& reasons);
+
+// For the CTRL-C handler, which holds the output lock for good: with
+// `/strict`, "RESULT: FAILED (interrupted)" after a blank line on the screen
+// and in the report, written as bytes prepared in advance (no formatting, no
+// heap, no lock).
+void write_interrupted_result_line();
 
 // With `/json`: the run record (version, host, run_id, the options as given,
 // the settings, the address, how the drive was reached and what it says it

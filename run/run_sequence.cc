@@ -207,6 +207,40 @@ int run_classic_test(bool set_up, double asked_megabytes, std::vector<std::strin
   return code;
 }
 
+// The end of a run: the files closed, the result record. With `/strict` the
+// RESULT line goes into the report once nothing but its own write and the
+// closes can fail any more, and onto the screen last of all, so that the
+// screen always agrees with the exit code.
+void finish_run(std::vector<std::string>* reasons) {
+  // A report that did not reach the disk whole cannot vouch for a passed test.
+  bool incomplete = false;
+  auto check_report = [&] {
+    if (incomplete || !report_write_failed()) return;
+    incomplete = true;
+    if (exit_code != 1) error_printf("ERROR: the report files could not be written completely\n");
+    exit_code = 1;
+    reasons->push_back("report files incomplete");
+  };
+  const bool strict = test_settings.strict_exit != 0;
+  if (strict) {
+    check_report();
+    if (exit_code == 0 && !reasons->empty()) exit_code = 2;
+    print_result_line(log_file(), *reasons);
+    flush_report_streams();
+    check_report();
+  }
+  cleanup_run();
+  iscsi_detach_all();
+  check_report();
+  write_result_record(exit_code, *reasons);
+  if (results_close() != 0) {
+    if (exit_code != 1) error_printf("ERROR: the results file could not be written completely\n");
+    exit_code = 1;
+    reasons->push_back("results file incomplete");
+  }
+  if (strict) print_result_line(screen_stream(), *reasons);
+}
+
 }  // namespace
 
 int run_program(int argc, char** argv) {
@@ -234,23 +268,7 @@ int run_program(int argc, char** argv) {
   } else {
     exit_code = static_cast<uint16_t>(run_classic_test(set_up, asked_megabytes, &reasons));
   }
-  if (test_settings.strict_exit != 0) {
-    print_result_line(reasons);
-    if (exit_code == 0 && !reasons.empty()) exit_code = 2;
-  }
-  cleanup_run();
-  iscsi_detach_all();
-  // A report that did not reach the disk whole cannot vouch for a passed test.
-  if (report_write_failed()) {
-    if (exit_code != 1) error_printf("ERROR: the report files could not be written completely\n");
-    exit_code = 1;
-    reasons.push_back("report files incomplete");
-  }
-  write_result_record(exit_code, reasons);
-  if (results_close() != 0) {
-    if (exit_code != 1) error_printf("ERROR: the results file could not be written completely\n");
-    exit_code = 1;
-  }
+  finish_run(&reasons);
   return exit_code;
 }
 
@@ -307,6 +325,7 @@ void cleanup_run() {
 void on_break(int) {
   seal_output();
   write_sweep_break_line();  // where a library sweep leaves its cartridge
+  write_interrupted_result_line();
   results_write_interrupted();  // the line prepared for this, then the close
   write_chart_on_break();
   close_device_handles();

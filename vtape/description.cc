@@ -340,6 +340,12 @@ int read_vtape_description(const char* path, VtapeDescription* description, Libr
       result = apply_key(at, value, description, library);
     }
   }
+  // A directory opens for reading on some systems and then reads as an
+  // error, not as an empty description.
+  if (result == 0 && std::ferror(file)) {
+    error_printf("ERROR: unable to read virtual tape description \"%s\"\n", path);
+    result = -1;
+  }
   std::fclose(file);
   if (result != 0 || check_consistency(path, *description) != 0) return -1;
   VtapeDescription defaults;
