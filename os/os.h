@@ -1,7 +1,9 @@
 // Operating-system services that the program needs apart from SCSI
 // pass-through: the output lock, the millisecond pause, the monotonic clock, the console cursor,
-// the CTRL-C delivery, the immediate process exit, the host name and process id, and the file lock and
-// atomic file replacement that the virtual library shares its directory with. One implementation per
+// the delivery of CTRL-C and of the other ways a run is stopped from outside,
+// the immediate process exit, the host name and process id, and the file lock
+// and atomic file replacement that the virtual library shares its directory
+// with. One implementation per
 // operating system (os_posix.cc, os_win32.cc), chosen by the build; no other
 // file of the program asks which system it runs on.
 #pragma once
@@ -39,17 +41,32 @@ void os_set_cursor_visible(FILE* screen, bool visible);
 void os_lock_output();
 void os_unlock_output();
 
-// CTRL-C delivery. After os_install_break_handler the handler runs on a
+// How a run is ended from outside: the operator's CTRL-C, a stop from a
+// scheduler or `timeout` (SIGTERM; CTRL-BREAK on Windows), or the terminal
+// going away (SIGHUP; the console window closed on Windows).
+enum class BreakKind : uint8_t { interrupt, terminate, hangup };
+constexpr unsigned kBreakKinds = 3;
+
+// The system's name of `kind`: "CTRL-C", "SIGTERM", "SIGHUP" on POSIX;
+// "CTRL-C", "CTRL-BREAK", "console close" on Windows. A constant text, safe
+// to use in the handler.
+const char* os_break_name(BreakKind kind);
+
+// Break delivery. After os_install_break_handler the handler runs on a
 // thread of its own (never inside a signal context and never on the thread
-// that called install), so it may take locks and close files. Only one
-// handler is installed at a time. os_remove_break_handler restores the
-// default CTRL-C handling and waits until the delivery thread has gone.
-// Returns 0, or -1 when the delivery could not be set up.
-int os_install_break_handler(void (*handler)(int signal_number));
+// that called install), so it may take locks and close files; it gets the
+// first break of any kind, and later ones are swallowed while it runs (it
+// ends the process). Only one handler is installed at a time.
+// os_remove_break_handler restores the default handling of every kind and
+// waits until the delivery thread has gone. Returns 0, or -1 when the
+// delivery could not be set up.
+int os_install_break_handler(void (*handler)(BreakKind kind));
 void os_remove_break_handler();
-// Sends this process a CTRL-C, as the operator's key would (the virtual
-// drive's break fault).
-void os_send_break();
+// Sends this process a break of `kind`, as the operator or a scheduler
+// would (the virtual drive's break fault). On Windows a closed console
+// cannot be sent; the handler is then called as Windows calls it, on a
+// thread of its own.
+void os_send_break(BreakKind kind);
 
 // The machine's name as the system knows it (POSIX gethostname, Windows
 // GetComputerNameA), cut to `size` - 1 bytes. 0, or -1 with "" when the

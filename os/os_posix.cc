@@ -1,7 +1,7 @@
 // POSIX services: pthread mutex for the output lock, nanosleep, ANSI cursor
-// sequences on a terminal, CTRL-C received with sigwait on a dedicated
-// thread while SIGINT stays blocked in the test thread, flock for the file
-// lock and rename for the atomic replacement.
+// sequences on a terminal, CTRL-C, SIGTERM and SIGHUP received with sigwait
+// on a dedicated thread while they stay blocked in the test thread, flock for
+// the file lock and rename for the atomic replacement.
 #include "os/os.h"
 
 #include <errno.h>
@@ -26,7 +26,7 @@ namespace {
 pthread_mutex_t output_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 struct BreakDelivery {
-  void (*handler)(int) = nullptr;
+  void (*handler)(BreakKind) = nullptr;
   pthread_t thread{};
   bool running = false;
   sigset_t previous_mask{};
@@ -34,15 +34,25 @@ struct BreakDelivery {
 };
 BreakDelivery delivery;
 
-void* wait_for_break(void*) {
+// The signal of each BreakKind, in its order.
+constexpr int kBreakSignals[kBreakKinds] = {SIGINT, SIGTERM, SIGHUP};
+
+sigset_t break_signals() {
   sigset_t set;
   sigemptyset(&set);
-  sigaddset(&set, SIGINT);
+  for (int signal_number : kBreakSignals) sigaddset(&set, signal_number);
+  return set;
+}
+
+void* wait_for_break(void*) {
+  const sigset_t set = break_signals();
   for (;;) {
     int signal_number = 0;
     if (sigwait(&set, &signal_number) != 0) continue;
     if (delivery.stopping.load()) return nullptr;
-    delivery.handler(signal_number);  // does not return
+    for (unsigned kind = 0; kind < kBreakKinds; ++kind) {
+      if (kBreakSignals[kind] == signal_number) delivery.handler(static_cast<BreakKind>(kind));  // does not return
+    }
   }
 }
 
@@ -117,13 +127,20 @@ void os_set_cursor_visible(FILE* screen, bool visible) {
 void os_lock_output() { pthread_mutex_lock(&output_mutex); }
 void os_unlock_output() { pthread_mutex_unlock(&output_mutex); }
 
-int os_install_break_handler(void (*handler)(int)) {
+const char* os_break_name(BreakKind kind) {
+  switch (kind) {
+    case BreakKind::interrupt: return "CTRL-C";
+    case BreakKind::terminate: return "SIGTERM";
+    case BreakKind::hangup: return "SIGHUP";
+  }
+  return "CTRL-C";
+}
+
+int os_install_break_handler(void (*handler)(BreakKind)) {
   if (delivery.running) os_remove_break_handler();
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGINT);
-  // Block SIGINT in this (the test) thread; the delivery thread inherits the
-  // mask and takes the signal with sigwait.
+  const sigset_t set = break_signals();
+  // Block the signals in this (the test) thread; the delivery thread
+  // inherits the mask and takes them with sigwait.
   if (pthread_sigmask(SIG_BLOCK, &set, &delivery.previous_mask) != 0) return -1;
   delivery.handler = handler;
   delivery.stopping.store(false);
@@ -144,7 +161,7 @@ void os_remove_break_handler() {
   pthread_sigmask(SIG_SETMASK, &delivery.previous_mask, nullptr);
 }
 
-void os_send_break() { kill(getpid(), SIGINT); }
+void os_send_break(BreakKind kind) { kill(getpid(), kBreakSignals[static_cast<unsigned>(kind)]); }
 
 int os_host_name(char* name, size_t size) {
   if (size == 0) return -1;

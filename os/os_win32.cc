@@ -1,7 +1,8 @@
 // Win32 services: a critical section for the output lock, Sleep, the console
-// cursor calls, CTRL-C through the console control handler, which Windows
-// runs on a thread of its own, a file opened without sharing for the file
-// lock, and MoveFileEx for the atomic replacement.
+// cursor calls, CTRL-C, CTRL-BREAK and the closing of the console through the
+// console control handler, which Windows runs on a thread of its own, a file
+// opened without sharing for the file lock, and MoveFileEx for the atomic
+// replacement.
 #include "os/os.h"
 
 #include <fcntl.h>
@@ -12,8 +13,8 @@ namespace {
 
 CRITICAL_SECTION output_lock;
 bool output_lock_ready = false;
-void (*break_handler)(int) = nullptr;
-// Windows runs the control handler on a new thread for every CTRL-C; only the
+void (*break_handler)(BreakKind) = nullptr;
+// Windows runs the control handler on a new thread for every event; only the
 // first one is delivered, as with the single delivery thread on POSIX. Later
 // ones are swallowed while the first handler runs (it ends the process).
 volatile LONG break_delivered = 0;
@@ -26,13 +27,24 @@ CRITICAL_SECTION& lock() {
   return output_lock;
 }
 
+// The console events that end a run. A closed console gives the handler
+// about five seconds before Windows ends the process; the handler ends it
+// itself well before.
 BOOL WINAPI on_console_control(DWORD control_type) {
-  if (control_type != CTRL_C_EVENT && control_type != CTRL_BREAK_EVENT) return FALSE;
+  BreakKind kind;
+  switch (control_type) {
+    case CTRL_C_EVENT: kind = BreakKind::interrupt; break;
+    case CTRL_BREAK_EVENT: kind = BreakKind::terminate; break;
+    case CTRL_CLOSE_EVENT: kind = BreakKind::hangup; break;
+    default: return FALSE;
+  }
   if (break_handler == nullptr) return FALSE;
   if (InterlockedExchange(&break_delivered, 1) != 0) return TRUE;  // already handling one
-  break_handler(2);  // SIGINT; does not return
+  break_handler(kind);  // does not return
   return TRUE;
 }
+
+DWORD WINAPI deliver_console_close(LPVOID) { return on_console_control(CTRL_CLOSE_EVENT) ? 0 : 1; }
 
 }  // namespace
 
@@ -78,7 +90,16 @@ void os_set_cursor_visible(FILE* screen, bool visible) {
 void os_lock_output() { EnterCriticalSection(&lock()); }
 void os_unlock_output() { LeaveCriticalSection(&lock()); }
 
-int os_install_break_handler(void (*handler)(int)) {
+const char* os_break_name(BreakKind kind) {
+  switch (kind) {
+    case BreakKind::interrupt: return "CTRL-C";
+    case BreakKind::terminate: return "CTRL-BREAK";
+    case BreakKind::hangup: return "console close";
+  }
+  return "CTRL-C";
+}
+
+int os_install_break_handler(void (*handler)(BreakKind)) {
   break_handler = handler;
   InterlockedExchange(&break_delivered, 0);
   return SetConsoleCtrlHandler(on_console_control, TRUE) ? 0 : -1;
@@ -92,7 +113,17 @@ void os_remove_break_handler() {
   break_handler = nullptr;
 }
 
-void os_send_break() { GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0); }
+void os_send_break(BreakKind kind) {
+  switch (kind) {
+    case BreakKind::interrupt: GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0); break;
+    case BreakKind::terminate: GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, 0); break;
+    case BreakKind::hangup: {
+      HANDLE thread = CreateThread(nullptr, 0, deliver_console_close, nullptr, 0, nullptr);
+      if (thread != nullptr) CloseHandle(thread);
+      break;
+    }
+  }
+}
 
 int os_host_name(char* name, size_t size) {
   if (size == 0) return -1;

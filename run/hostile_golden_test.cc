@@ -31,6 +31,12 @@ const GoldenCase kHostileCases[] = {
     // could not be written, and ends an interrupted run.
     {"strict_ofile_full_disk", "/ofile /dev/full /megs 1 /strict /vtape", nullptr, false, 1},
     {"strict_break_in_write", "/megs 2 /sdint 1 /strict /vtape drive.vtape", "break_at_command = 20\n", false, 1},
+    // SIGTERM and SIGHUP end the run as CTRL-C does: the same report, and
+    // a whole chart.
+    {"break_terminate", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape",
+     "break_at_command = 20\nbreak_signal = terminate\n", false, 1, "break_in_write"},
+    {"break_hangup_chart", "/megs 2 /sdint 1 /plot chart.svg /json results.jsonl /vtape drive.vtape",
+     "break_at_command = 50\nbreak_signal = hangup\n", false, 1, "break_in_read_chart", nullptr, 0},
     // A directory is no description, as it is no configuration file.
     {"vtape_directory", "/vtape .", nullptr, false, 1},
 };

@@ -314,7 +314,8 @@ void cleanup_run() {
   show_cursor();
 }
 
-// Runs on the CTRL-C delivery thread while the test thread may be anywhere,
+// Runs on the break delivery thread (CTRL-C, SIGTERM, SIGHUP; on Windows
+// CTRL-C, CTRL-BREAK, console close) while the test thread may be anywhere,
 // even inside a command that hangs in the drive. Sealing the output first
 // means no write is half done and the test thread writes nothing more; the
 // handles and files are then closed and the process ends at once. Memory is
@@ -322,7 +323,7 @@ void cleanup_run() {
 // chart comes from a snapshot of the command timing (see command_timing.h),
 // into the file opened at setup: no allocation, no lock shared with the test
 // thread. When the test thread is writing the chart itself, it is let finish.
-void on_break(int) {
+void on_break(BreakKind) {
   seal_output();
   write_sweep_break_line();  // where a library sweep leaves its cartridge
   write_interrupted_result_line();

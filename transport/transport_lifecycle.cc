@@ -9,7 +9,7 @@
 #include "transport/device_table.h"
 #include "transport/executor.h"
 
-int start_transport(void (*on_break)(int)) {
+int start_transport(void (*on_break)(BreakKind)) {
   if (init_command_buffers() != 0) return -1;
   // A freshly zeroed sense buffer has nothing for the executor to wipe.
   note_sense_buffer_clean();

@@ -105,6 +105,19 @@ int read_description_number(const char* text, uint64_t* value) {
 
 namespace {
 
+// "interrupt", "terminate" or "hangup": CTRL-C, SIGTERM (CTRL-BREAK on
+// Windows), SIGHUP (the console closed on Windows).
+int break_signal(const LineContext& at, const char* value, BreakKind* out) {
+  static const char* const kNames[kBreakKinds] = {"interrupt", "terminate", "hangup"};
+  for (unsigned kind = 0; kind < kBreakKinds; ++kind) {
+    if (std::strcmp(value, kNames[kind]) == 0) {
+      *out = static_cast<BreakKind>(kind);
+      return 0;
+    }
+  }
+  return bad_value(at, value, "interrupt, terminate or hangup");
+}
+
 int density_list(const LineContext& at, const char* value, VtapeDescription* d) {
   char copy[256];
   std::snprintf(copy, sizeof copy, "%s", value);
@@ -260,6 +273,7 @@ int apply_drive_key(const LineContext& at, const char* v, VtapeDescription* d) {
   if (std::strcmp(k, "log_page_failing") == 0) return number_set(at, v, 0, 63, d->log_page_failing);
   if (std::strcmp(k, "break_at_command") == 0)
     return number_in(at, v, 0, UINT64_MAX, &d->break_at_command);
+  if (std::strcmp(k, "break_signal") == 0) return break_signal(at, v, &d->break_kind);
   return 1;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "vtape/library_description.h"
+#include "os/os.h"
 
 constexpr unsigned kMaxDensities = 8;
 constexpr unsigned kBackingFileCapacity = 256;
@@ -44,7 +45,8 @@ struct VtapeDescription {
   bool prevent_allow_supported;
   bool unload_refused_while_prevented;  // else unload and hold the cartridge
   bool mode_select_pf_required;         // Mode Select with PF clear is INVALID FIELD IN CDB
-  uint64_t break_at_command;  // 0: never; else CTRL-C arrives during the Nth command
+  uint64_t break_at_command;  // 0: never; else a break arrives during the Nth command...
+  BreakKind break_kind;       // ...of this kind (CTRL-C unless `break_signal` says otherwise)
   // Recovered-error rates in hundredths of a percent (2.5 % is 250).
   uint32_t rewrite_percent;
   uint32_t corrected_percent;

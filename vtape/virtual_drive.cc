@@ -226,10 +226,11 @@ void pass_through(PlatformHandle device, const PassThroughRequest& request, Pass
     return;
   }
   if (++adapter.commands == d.break_at_command) {
-    // The operator presses CTRL-C (twice) while this command hangs; the
-    // program's handler ends the process before the command would go on.
-    os_send_break();
-    os_send_break();
+    // The operator presses CTRL-C (twice), or a scheduler stops the run,
+    // while this command hangs; the program's handler ends the process
+    // before the command would go on.
+    os_send_break(d.break_kind);
+    os_send_break(d.break_kind);
     for (int waited = 0; waited < 600; ++waited) os_sleep_ms(100);
   }
   CommandAnswer answer;
