@@ -90,6 +90,10 @@ int os_replace_file(const char* from, const char* to);
 // Creates the directory `path`; an existing directory is fine. 0 or -1.
 int os_make_directory(const char* path);
 
+// Flushes `file` and has the system write its data through to the disk. 0,
+// or -1 when either failed.
+int os_sync_file(FILE* file);
+
 // Ends the process at once with `code`: no static destructors, no atexit
 // handlers; open C streams are not flushed (flush them first).
 [[noreturn]] void os_exit_now(int code);

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
@@ -175,6 +176,11 @@ int os_host_name(char* name, size_t size) {
 }
 
 uint32_t os_process_id() { return static_cast<uint32_t>(getpid()); }
+
+int os_sync_file(FILE* file) {
+  if (std::fflush(file) != 0) return -1;
+  return fsync(fileno(file)) == 0 ? 0 : -1;
+}
 
 void os_exit_now(int code) { _exit(code); }
 

@@ -9,6 +9,8 @@
 #include <io.h>
 #include <windows.h>
 
+#include <cstdio>
+
 namespace {
 
 CRITICAL_SECTION output_lock;
@@ -138,6 +140,11 @@ int os_host_name(char* name, size_t size) {
 }
 
 uint32_t os_process_id() { return static_cast<uint32_t>(GetCurrentProcessId()); }
+
+int os_sync_file(FILE* file) {
+  if (std::fflush(file) != 0) return -1;
+  return _commit(_fileno(file)) == 0 ? 0 : -1;
+}
 
 void os_exit_now(int code) {
   ExitProcess(static_cast<UINT>(code));

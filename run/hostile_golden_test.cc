@@ -37,6 +37,16 @@ const GoldenCase kHostileCases[] = {
      "break_at_command = 20\nbreak_signal = terminate\n", false, 1, "break_in_write"},
     {"break_hangup_chart", "/megs 2 /sdint 1 /plot chart.svg /json results.jsonl /vtape drive.vtape",
      "break_at_command = 50\nbreak_signal = hangup\n", false, 1, "break_in_read_chart", nullptr, 0},
+    // The virtual drive's backing file: saved at the end and after a
+    // break; a save that fails is exit code 1 and keeps the cartridge saved
+    // before (tape.vt.new on a full disk); a file whose headers claim more
+    // data than it holds is refused.
+    {"backing_saved", "/megs 1 /maxtl 0x400 /vtape drive.vtape", "backing_file = tape.vt\n", false, 0},
+    {"backing_break_saved", "/megs 1 /maxtl 0x400 /vtape drive.vtape",
+     "backing_file = tape.vt\nbreak_at_command = 300\nbreak_signal = terminate\n", false, 1},
+    {"backing_disk_full", "$(ln -s /dev/full tape.vt.new) /megs 1 /strict /vtape drive.vtape",
+     "backing_file = tape.vt\n", false, 1},
+    {"backing_claims_too_much", "/vtape drive.vtape", "backing_file = tape.vt\n", false, 1},
     // A directory is no description, as it is no configuration file.
     {"vtape_directory", "/vtape .", nullptr, false, 1},
 };

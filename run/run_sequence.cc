@@ -268,6 +268,11 @@ int run_program(int argc, char** argv) {
   } else {
     exit_code = static_cast<uint16_t>(run_classic_test(set_up, asked_megabytes, &reasons));
   }
+  // A cartridge that was not saved is a test that cannot be read back later.
+  if (test_settings.virtual_drive_enabled != 0 && vtape_save() != 0) {
+    reasons.push_back("virtual tape not saved");
+    exit_code = 1;
+  }
   finish_run(&reasons);
   return exit_code;
 }
@@ -329,6 +334,7 @@ void on_break(BreakKind) {
   write_interrupted_result_line();
   results_write_interrupted();  // the line prepared for this, then the close
   write_chart_on_break();
+  if (test_settings.virtual_drive_enabled != 0) vtape_save_on_break();
   close_device_handles();
   FILE* output = log_file();
   if (output != nullptr) {

@@ -36,6 +36,18 @@ double jitter_factor(uint64_t command, uint32_t percent) {
   const double spread = draw(command * 2) + draw(command * 2 + 1) - 1.0;  // (-1, 1)
   return 1.0 + spread * percent / 100.0;
 }
+
+// Sleeps `milliseconds` in short steps, stopping early when the run is
+// being ended, so that the break handler never waits long for the drive.
+void pause_drive(const VirtualDrive& drive, uint32_t milliseconds) {
+  constexpr uint32_t kStep = 10;
+  uint32_t left = milliseconds;
+  while (left > 0 && !drive.stopping.load()) {
+    const uint32_t step = left < kStep ? left : kStep;
+    os_sleep_ms(step);
+    left -= step;
+  }
+}
 }  // namespace
 
 VirtualDrive& virtual_drive_at(unsigned index) {
@@ -67,6 +79,7 @@ void power_on_drive(VirtualDrive* drive, const VtapeDescription& description) {
   drive->throttle_start = std::chrono::steady_clock::now();
   drive->throttle_due_ms = 0.0;
   drive->throttle_object = UINT64_MAX;
+  drive->stopping = false;
 }
 
 void load_cartridge(VirtualDrive* drive) {
@@ -113,7 +126,7 @@ void throttle_transfer(VirtualDrive* drive, uint64_t start_object, uint64_t tape
     drive->throttle_due_ms = 0.0;
   }
   if (d.backhitch_every != 0 && command % d.backhitch_every == 0 && d.backhitch_ms != 0) {
-    os_sleep_ms(d.backhitch_ms);
+    pause_drive(*drive, d.backhitch_ms);
     // The repositioning is lost time: the drive does not catch it up later.
     drive->throttle_start += milliseconds(d.backhitch_ms);
   }
@@ -127,6 +140,6 @@ void throttle_transfer(VirtualDrive* drive, uint64_t start_object, uint64_t tape
     drive->throttle_due_ms = 0.0;
   } else if (drive->throttle_due_ms > elapsed_ms) {
     // Rounded up: the whole stream never moves faster than its rates.
-    os_sleep_ms(static_cast<uint32_t>(std::ceil(drive->throttle_due_ms - elapsed_ms)));
+    pause_drive(*drive, static_cast<uint32_t>(std::ceil(drive->throttle_due_ms - elapsed_ms)));
   }
 }

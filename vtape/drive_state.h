@@ -5,6 +5,7 @@
 // the platform record serialises the commands on them.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 
@@ -54,6 +55,8 @@ struct VirtualDrive {
   std::chrono::steady_clock::time_point throttle_start;
   double throttle_due_ms;
   uint64_t throttle_object;
+  // Set by the break thread: a command in flight cuts its waits short.
+  std::atomic<bool> stopping;
 };
 
 constexpr unsigned kMaxVirtualDrives = 14;  // a library's drives at SCSI ids 2 to 15
@@ -94,6 +97,7 @@ double transfer_ms(const VtapeDescription& description, uint64_t tape_bytes, uin
 // multiple of backhitch_every. Transfers that follow each other stream: a
 // command the throttle held too long is made up by the next ones. After a
 // repositioning (or a pause of the host of over a second) the drive starts
-// streaming anew, with nothing to make up.
+// streaming anew, with nothing to make up. Returns at once when `stopping`
+// is set (the run is being ended).
 void throttle_transfer(VirtualDrive* drive, uint64_t start_object, uint64_t tape_bytes, uint64_t host_bytes,
                        uint64_t command);

@@ -151,10 +151,8 @@ int load_cartridge_file(const char* dir, const char* barcode, Cartridge* tape) {
   return load_backing_file(cartridge_path(dir, barcode).c_str(), tape);
 }
 
-int save_cartridge_file(const char* dir, const char* barcode, const Cartridge& tape) {
-  const std::string path = cartridge_path(dir, barcode);
-  if (save_backing_file((path + ".new").c_str(), tape) != 0) return -1;
-  return replace_with_new(path);
+int save_cartridge_file(const char* dir, const char* barcode, const Cartridge& tape, bool quiet) {
+  return save_backing_file(cartridge_path(dir, barcode).c_str(), tape, quiet);
 }
 
 int write_inventory(VirtualLibrary* library) {
@@ -241,14 +239,18 @@ void bring_in_tape(VirtualLibrary* library, unsigned index) {
   drive.tape_in_file = false;
 }
 
-void save_drive_tapes(VirtualLibrary* library) {
+int save_drive_tapes(VirtualLibrary* library, bool quiet) {
+  int result = 0;
   for (unsigned i = 0; i < library->description.drives; ++i) {
     VirtualDrive& drive = virtual_drive_at(i);
     const Element& element = drive_element(library, i);
     if (element.cartridge < 0 || drive.tape_in_file || !drive.modified) continue;
     const LibraryCartridge& cartridge = library->cartridges[static_cast<size_t>(element.cartridge)];
-    if (save_cartridge_file(library->description.library_dir, cartridge.barcode, drive.cartridge) == 0) {
+    if (save_cartridge_file(library->description.library_dir, cartridge.barcode, drive.cartridge, quiet) == 0) {
       drive.modified = false;
+    } else {
+      result = -1;
     }
   }
+  return result;
 }

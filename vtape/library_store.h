@@ -22,8 +22,9 @@ struct VirtualLibrary;
 // A cartridge's tape from `dir` (a missing file is a blank tape). 0, or -1
 // after the error line.
 int load_cartridge_file(const char* dir, const char* barcode, Cartridge* tape);
-// Writes a cartridge's tape to `dir`. 0, or -1 after the error line.
-int save_cartridge_file(const char* dir, const char* barcode, const Cartridge& tape);
+// Writes a cartridge's tape to `dir`, whole or not at all (see
+// save_backing_file). 0, or -1 after the error line unless `quiet`.
+int save_cartridge_file(const char* dir, const char* barcode, const Cartridge& tape, bool quiet = false);
 
 // At start: creates the directory when it is missing, reads the inventory
 // there (a library new to the directory writes its own, under the changer's
@@ -44,5 +45,6 @@ int write_inventory(VirtualLibrary* library);
 // its file; a file that cannot be read makes the cartridge one the drive
 // cannot use (NOT READY 30/00), after the error line.
 void bring_in_tape(VirtualLibrary* library, unsigned index);
-// Saves the tapes that the drives changed since they were read.
-void save_drive_tapes(VirtualLibrary* library);
+// Saves the tapes that the drives changed since they were read. 0, or -1
+// when one could not be saved (after its error line unless `quiet`).
+int save_drive_tapes(VirtualLibrary* library, bool quiet);

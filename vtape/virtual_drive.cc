@@ -15,18 +15,22 @@
 // for this process until the handle is closed; another process's command
 // fails as in use meanwhile.
 //
-// Threads: commands come from the program's one thread; close_device may also
-// come from the CTRL-C thread while a command runs. The `busy` flag
-// serialises them without ever making the close wait: a close that finds a
-// command in flight only marks the handle closed and skips saving the
-// backing file, the tapes and the inventory (the inventory is written after
-// every move anyway).
+// Threads: commands and vtape_save come from the program's one thread;
+// close_device and vtape_save_on_break may also come from the break thread
+// while a command runs. The `busy` flag serialises whatever touches the
+// cartridges: a command holds it while it runs (not while it hangs in the
+// break fault), and the break handler takes it for good, after it has asked
+// a command in flight to cut its waits short (`stopping`). A close that
+// finds it taken only marks the handle closed and skips saving the backing
+// file, the tapes and the inventory (the inventory is written after every
+// move anyway).
 #include "vtape/virtual_drive.h"
 
 #include <atomic>
 #include <cstdio>
 #include <cstring>
 
+#include "console/log_output.h"
 #include "os/os.h"
 #include "settings/settings.h"
 #include "vtape/backing_file.h"
@@ -42,6 +46,13 @@ namespace {
 constexpr PlatformHandle kHandleBase = 0x7A9E0000;
 constexpr unsigned kMaxHandles = 8;
 constexpr uint32_t kChangerUnit = 1u << 0;  // claim bits: the changer, then drive i at bit 1 + i
+// How long the break handler waits for a command in flight to end (its
+// waits are cut short, so this is only reached by a drive that hangs).
+constexpr int kBreakWaitMs = 3000;
+
+// The break handler's line when the tapes could not be saved, prepared with
+// the file's (or library directory's) name when the drive is configured.
+char break_save_failure[kBackingFileCapacity + 64] = "";
 
 struct VirtualHandle {
   std::atomic<bool> open;
@@ -58,6 +69,9 @@ struct VirtualAdapter {
 };
 
 VirtualAdapter adapter;
+// The run's own save (vtape_save) is done, well or not: a later close saves
+// nothing, so a save that failed is not tried again behind the run's back.
+bool run_saved = false;
 
 bool try_acquire() { return !adapter.busy.exchange(true); }
 void release() { adapter.busy.store(false); }
@@ -208,7 +222,7 @@ void execute(const Unit& unit, const PassThroughRequest& request, CommandAnswer*
 
 void pass_through(PlatformHandle device, const PassThroughRequest& request, PassThroughReply& reply) {
   reply = PassThroughReply{};
-  while (!try_acquire()) os_sleep_ms(1);  // only a close from CTRL-C can hold it, briefly
+  while (!try_acquire()) os_sleep_ms(1);  // only the break handler holds it long, and for good
   VirtualHandle* handle = handle_record(device);
   const Unit unit = route(request);
   const VtapeDescription& d = drive_description();
@@ -227,11 +241,13 @@ void pass_through(PlatformHandle device, const PassThroughRequest& request, Pass
   }
   if (++adapter.commands == d.break_at_command) {
     // The operator presses CTRL-C (twice), or a scheduler stops the run,
-    // while this command hangs; the program's handler ends the process
-    // before the command would go on.
+    // while this command hangs; the program's handler saves the tapes and
+    // ends the process before the command would go on.
+    release();
     os_send_break(d.break_kind);
     os_send_break(d.break_kind);
     for (int waited = 0; waited < 600; ++waited) os_sleep_ms(100);
+    while (!try_acquire()) os_sleep_ms(1);
   }
   CommandAnswer answer;
   execute(unit, request, &answer);
@@ -245,28 +261,28 @@ void pass_through(PlatformHandle device, const PassThroughRequest& request, Pass
   }
 }
 
-// Saves what the program changed: the backing file, or the library's tapes.
-void save_tapes() {
+// Saves what the program changed: the backing file, or the library's tapes;
+// the caller holds `busy`. 0, or -1 (after the error lines unless `quiet`).
+int save_tapes(bool quiet) {
   if (library_present()) {
     VirtualLibrary& library = virtual_library();
-    if (library.description.library_dir[0] != '\0') save_drive_tapes(&library);
-    return;
+    return library.description.library_dir[0] != '\0' ? save_drive_tapes(&library, quiet) : 0;
   }
   VirtualDrive& drive = virtual_drive();
-  if (drive.modified && drive.description.backing_file[0] != '\0' &&
-      save_backing_file(drive.description.backing_file, drive.cartridge) == 0) {
-    drive.modified = false;
-  }
+  if (!drive.modified || drive.description.backing_file[0] == '\0') return 0;
+  if (save_backing_file(drive.description.backing_file, drive.cartridge, quiet) != 0) return -1;
+  drive.modified = false;
+  return 0;
 }
 
 void close_device(PlatformHandle device) {
   VirtualHandle* handle = handle_record(device);
   if (handle == nullptr) return;
-  if (!try_acquire()) {  // a command is in flight (CTRL-C): do not wait for it
+  if (!try_acquire()) {  // a command in flight, or the break handler: do not wait
     handle->open = false;
     return;
   }
-  save_tapes();
+  if (!run_saved) save_tapes(false);
   if (handle->holds_lock) release_changer_lock(&virtual_library(), handle->lock);
   handle->holds_lock = false;
   handle->claims = 0;
@@ -299,6 +315,7 @@ void reset_adapter() {
   }
   adapter.busy = false;
   adapter.commands = 0;
+  run_saved = false;
 }
 
 }  // namespace
@@ -313,6 +330,9 @@ int vtape_configure(const char* description_file) {
     return -1;
   }
   reset_adapter();
+  std::snprintf(break_save_failure, sizeof break_save_failure, "ERROR: unable to write %s \"%s\"\n",
+                library.slots > 0 ? "the tapes of the virtual library" : "virtual tape backing file",
+                library.slots > 0 ? library.library_dir : description.backing_file);
   power_on_library(library, description);
   if (library.slots > 0) {
     return library.library_dir[0] != '\0' ? open_library_directory(&virtual_library()) : 0;
@@ -326,3 +346,28 @@ int vtape_configure(const char* description_file) {
 }
 
 const Platform* vtape_platform() { return &kVirtualPlatform; }
+
+const char* vtape_backing_file() { return virtual_drive().description.backing_file; }
+
+int vtape_save() {
+  while (!try_acquire()) os_sleep_ms(1);
+  const int result = save_tapes(false);
+  run_saved = true;
+  release();
+  return result;
+}
+
+void vtape_save_on_break() {
+  for (unsigned i = 0; i < kMaxVirtualDrives; ++i) virtual_drive_at(i).stopping = true;
+  bool taken = try_acquire();
+  for (int waited = 0; !taken && waited < kBreakWaitMs; ++waited) {
+    os_sleep_ms(1);
+    taken = try_acquire();
+  }
+  // Taken for good: a command the test thread starts now waits until the
+  // process ends.
+  if (!taken || save_tapes(true) != 0) {
+    std::fputs(break_save_failure, error_stream());
+    std::fflush(error_stream());
+  }
+}
