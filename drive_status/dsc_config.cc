@@ -13,7 +13,6 @@ void reset_dsc_entries() { std::memset(dsc_entries, 0, sizeof dsc_entries); }
 
 namespace {
 
-constexpr const char* kDscFileName = "bftdtest.dsc";
 
 constexpr const char* kKeywords[kDscKeywordCount] = {"TDWR", "TDRD", "WCMP", "RCMP", "DRWR",
                                                      "DECC", "RPOS", "RWRC", "TKRC"};

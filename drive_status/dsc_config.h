@@ -13,6 +13,9 @@
 #include <cstdint>
 #include <cstdio>
 
+// The file's fixed name, in the current directory.
+constexpr const char* kDscFileName = "bftdtest.dsc";
+
 struct DscEntry {
   char command[4];   // "LSD", "RPD" or "RSD"
   uint8_t page;

@@ -90,6 +90,17 @@ int os_replace_file(const char* from, const char* to);
 // Creates the directory `path`; an existing directory is fine. 0 or -1.
 int os_make_directory(const char* path);
 
+// True when the names `first` and `second` stand for one file: the same
+// existing file (device and inode on POSIX, volume serial number and file
+// index on Windows), or, for a file not created yet, the same directory
+// and the same final name (compared as the file system compares names:
+// exactly on POSIX, without regard to ASCII case on Windows). A symbolic
+// link that points nowhere yet stands for the file it would create. Only
+// regular files and files still to be created are compared: a directory,
+// a device ("/dev/null", "NUL") or a name whose directory is missing is
+// never one file with anything.
+bool os_same_file(const char* first, const char* second);
+
 // Flushes `file` and has the system write its data through to the disk. 0,
 // or -1 when either failed.
 int os_sync_file(FILE* file);

@@ -14,7 +14,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
+#include <string>
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
@@ -176,6 +178,59 @@ int os_host_name(char* name, size_t size) {
 }
 
 uint32_t os_process_id() { return static_cast<uint32_t>(getpid()); }
+
+namespace {
+
+// What a name stands for, as os_same_file compares it.
+struct FileIdentity {
+  bool comparable = false;
+  bool exists = false;
+  dev_t device = 0;
+  ino_t inode = 0;         // of the file, or of its directory when it does not exist
+  std::string final_name;  // when it does not exist
+};
+
+FileIdentity identity_of(std::string path) {
+  FileIdentity identity;
+  for (int links = 0; links < 40; ++links) {  // as many as the kernel follows
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0) {
+      identity.comparable = S_ISREG(status.st_mode);
+      identity.exists = true;
+      identity.device = status.st_dev;
+      identity.inode = status.st_ino;
+      return identity;
+    }
+    if (errno != ENOENT) return identity;
+    const size_t slash = path.find_last_of('/');
+    const std::string directory = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    // A link that points nowhere yet: opening it creates its target.
+    char target[4096];
+    const ssize_t length = readlink(path.c_str(), target, sizeof target - 1);
+    if (length > 0) {
+      target[length] = '\0';
+      path = target[0] == '/' ? std::string(target) : directory + "/" + target;
+      continue;
+    }
+    identity.final_name = slash == std::string::npos ? path : path.substr(slash + 1);
+    if (identity.final_name.empty() || identity.final_name == "." || identity.final_name == "..") return identity;
+    if (stat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return identity;
+    identity.comparable = true;
+    identity.device = status.st_dev;
+    identity.inode = status.st_ino;
+    return identity;
+  }
+  return identity;
+}
+
+}  // namespace
+
+bool os_same_file(const char* first, const char* second) {
+  const FileIdentity a = identity_of(first);
+  const FileIdentity b = identity_of(second);
+  return a.comparable && b.comparable && a.exists == b.exists && a.device == b.device && a.inode == b.inode &&
+         a.final_name == b.final_name;
+}
 
 int os_sync_file(FILE* file) {
   if (std::fflush(file) != 0) return -1;

@@ -9,7 +9,9 @@
 #include <io.h>
 #include <windows.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <string>
 
 namespace {
 
@@ -140,6 +142,68 @@ int os_host_name(char* name, size_t size) {
 }
 
 uint32_t os_process_id() { return static_cast<uint32_t>(GetCurrentProcessId()); }
+
+namespace {
+
+// What a name stands for, as os_same_file compares it.
+struct FileIdentity {
+  bool comparable = false;
+  bool exists = false;
+  DWORD volume = 0;
+  uint64_t index = 0;      // of the file, or of its directory when it does not exist
+  std::string final_name;  // when it does not exist
+};
+
+// Opens `path` (a file or a directory) only to ask who it is: no access
+// asked for, every kind of sharing allowed, so it never disturbs an owner.
+bool file_information(const std::string& path, BY_HANDLE_FILE_INFORMATION* info, DWORD* error) {
+  HANDLE handle = CreateFileA(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) {
+    *error = GetLastError();
+    return false;
+  }
+  const bool disk_file = GetFileType(handle) == FILE_TYPE_DISK;
+  const bool known = GetFileInformationByHandle(handle, info) != 0;
+  CloseHandle(handle);
+  *error = disk_file ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+  return disk_file && known;
+}
+
+FileIdentity identity_of(const std::string& path) {
+  FileIdentity identity;
+  BY_HANDLE_FILE_INFORMATION info;
+  DWORD error = ERROR_SUCCESS;
+  if (file_information(path, &info, &error)) {
+    identity.comparable = (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+    identity.exists = true;
+    identity.volume = info.dwVolumeSerialNumber;
+    identity.index = (static_cast<uint64_t>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
+    return identity;
+  }
+  if (error != ERROR_FILE_NOT_FOUND) return identity;
+  const size_t separator = path.find_last_of("/\\:");
+  std::string directory = separator == std::string::npos ? "." : path.substr(0, separator + 1);
+  if (directory.back() == ':') directory += ".";  // "C:name": the current directory of drive C
+  identity.final_name = separator == std::string::npos ? path : path.substr(separator + 1);
+  if (identity.final_name.empty() || identity.final_name == "." || identity.final_name == "..") return identity;
+  if (!file_information(directory, &info, &error) || (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+    return identity;
+  }
+  identity.comparable = true;
+  identity.volume = info.dwVolumeSerialNumber;
+  identity.index = (static_cast<uint64_t>(info.nFileIndexHigh) << 32) | info.nFileIndexLow;
+  return identity;
+}
+
+}  // namespace
+
+bool os_same_file(const char* first, const char* second) {
+  const FileIdentity a = identity_of(first);
+  const FileIdentity b = identity_of(second);
+  return a.comparable && b.comparable && a.exists == b.exists && a.volume == b.volume && a.index == b.index &&
+         _stricmp(a.final_name.c_str(), b.final_name.c_str()) == 0;
+}
 
 int os_sync_file(FILE* file) {
   if (std::fflush(file) != 0) return -1;

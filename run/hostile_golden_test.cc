@@ -47,6 +47,21 @@ const GoldenCase kHostileCases[] = {
     {"backing_disk_full", "$(ln -s /dev/full tape.vt.new) /megs 1 /strict /vtape drive.vtape",
      "backing_file = tape.vt\n", false, 1},
     {"backing_claims_too_much", "/vtape drive.vtape", "backing_file = tape.vt\n", false, 1},
+    // Two files of the run that are one file, however they are spelled,
+    // are refused before anything is opened for writing: two outputs, or
+    // an output and an input. Files to be created are one file when their
+    // directories are and their names match; devices are no such file.
+    {"same_file_spelled_twice", "/ofile s.txt /json ./s.txt /vtape", nullptr, false, 1},
+    {"same_file_hard_link", "$(ln pattern.bin same.bin) /ofile same.bin /dfile pattern.bin /vtape", nullptr, false,
+     1},
+    {"same_file_dangling_link", "$(ln -s later.txt link.txt) /cfile link.txt /plot later.txt /vtape", nullptr,
+     false, 1},
+    {"same_file_report_and_cdb", "/ofile x /cfile x /vtape", nullptr, false, 1},
+    {"same_file_json_and_dsc", "/dsc VIRTUAL-TAPE /json bftdtest.dsc /vtape", nullptr, true, 1},
+    {"same_file_chart_and_cfg", "/cfg run.cfg /plot ./run.cfg /vtape", nullptr, false, 1},
+    {"same_file_report_and_description", "/ofile drive.vtape /vtape drive.vtape", "compression = off\n", false, 1},
+    {"same_file_cdb_and_backing", "/cfile tape.vt /vtape drive.vtape", "backing_file = ./tape.vt\n", false, 1},
+    {"same_file_devices", "/ofile /dev/null /cfile /dev/null /megs 1 /vtape", nullptr, false, 0},
     // A directory is no description, as it is no configuration file.
     {"vtape_directory", "/vtape .", nullptr, false, 1},
 };

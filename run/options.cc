@@ -23,6 +23,7 @@ constexpr size_t kNotedValueLength = 40;  // of a value noted as not used as wri
 // 1 while the options of a configuration file are parsed.
 uint8_t in_config_file = 0;
 std::vector<OptionValueNote> value_notes;
+std::vector<std::string> config_files;
 
 static_assert(kIscsiTextCapacity == kIscsiUrlCapacity, "the iSCSI URL setting holds every URL the parser takes");
 
@@ -430,6 +431,7 @@ int apply_config_file(OptionCall& call) {
     error_printf("ERROR: unable to open configuration file \"%s\" for input\n", name);
     return -1;
   }
+  config_files.push_back(name);
   in_config_file = 1;
   ConfigArguments arguments;
   int result = load_config_arguments(file, name, arguments);
@@ -614,6 +616,7 @@ void print_help() {
 }
 
 const std::vector<OptionValueNote>& option_value_notes() { return value_notes; }
+const std::vector<std::string>& config_files_read() { return config_files; }
 
 const char* argument_for_record(const char* argument) {
   if (argument == secret_argument) return "(secret)";
@@ -640,4 +643,5 @@ void reset_option_parser() {
   value_notes.clear();
   url_arguments[0] = url_arguments[1] = nullptr;
   secret_argument = nullptr;
+  config_files.clear();
 }

@@ -54,5 +54,9 @@ const char* argument_for_record(const char* argument);
 // without its password.
 void shown_iscsi_setting(const char* setting, char* text, size_t size);
 
+// The configuration files that `/cfg` read, as opened (names cut to 12
+// characters), in the order of the command line.
+const std::vector<std::string>& config_files_read();
+
 // Back to the state before any parse (not inside a configuration file).
 void reset_option_parser();

@@ -1,7 +1,6 @@
 #include "run/run_sequence.h"
 
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -19,6 +18,7 @@
 #include "run/chart_file.h"
 #include "run/library_sweep.h"
 #include "run/options.h"
+#include "run/run_files.h"
 #include "run/run_result.h"
 #include "settings/settings.h"
 #include "tape/command_blocks.h"
@@ -43,30 +43,9 @@ constexpr uint8_t kSequentialAccessDevice = 0x01;
 constexpr uint8_t kNoDeviceType = 0x1F;
 constexpr uint8_t kLogicalUnitNotSupported = 3;  // peripheral qualifier
 
-// The results file and the chart must not overwrite each other or a file of
-// the report: the name one of them shares with another file the run writes,
-// or null. Names are compared as given.
-const char* shared_file_name() {
-  const char* names[4] = {test_settings.output_file_name,
-                          test_settings.cdb_list_enabled != 0 ? test_settings.cdb_list_file_name : nullptr,
-                          test_settings.results_file_enabled != 0 ? test_settings.results_file_name : nullptr,
-                          test_settings.chart_enabled != 0 ? test_settings.chart_file_name : nullptr};
-  for (int added = 2; added < 4; ++added) {
-    for (int other = 0; other < 4 && names[added] != nullptr; ++other) {
-      if (other != added && names[other] != nullptr && std::strcmp(names[added], names[other]) == 0) {
-        return names[added];
-      }
-    }
-  }
-  return nullptr;
-}
-
 int open_report_files() {
   // Checked before anything is opened, so no file is cut short by mistake.
-  if (const char* name = shared_file_name()) {
-    error_printf("ERROR: \"%s\" is named for two of the files this run writes\n", name);
-    return -1;
-  }
+  if (check_run_files() != 0) return -1;
   bool failed = false;
   FILE* output = std::fopen(test_settings.output_file_name, test_settings.output_file_mode);
   if (output == nullptr) {
