@@ -37,6 +37,7 @@ constexpr size_t kSecondsSlot = 14;  // "%.3f" up to 3 years
 constexpr size_t kTimeSlot = 25;     // "2026-11-23T14:05:09+01:00"
 char interrupted_line[512 + sizeof context_bytes];
 size_t interrupted_length = 0;
+size_t reason_at = 0;  // where the break's name goes: the handler writes it between two parts
 size_t written_at = 0, verified_at = 0, seconds_at = 0, time_at = 0;
 uint64_t noted_written = 0, noted_verified = 0;
 std::time_t last_time_noted = 0;
@@ -149,8 +150,9 @@ void prepare_interrupted_line() {
   interrupted_length = 0;
   append("{\"record\":\"result\"");
   append(context_bytes, context_length);
-  append(",\"exit_code\":1,\"status\":\"interrupted\","
-         "\"reasons\":[\"interrupted by CTRL-C\"],\"bytes_written\":");
+  append(",\"exit_code\":1,\"status\":\"interrupted\",\"reasons\":[\"interrupted by ");
+  reason_at = interrupted_length;
+  append("\"],\"bytes_written\":");
   written_at = append_slot(kCountSlot);
   append(",\"bytes_verified\":");
   verified_at = append_slot(kCountSlot);
@@ -280,8 +282,13 @@ void results_note_totals(uint64_t bytes_written, uint64_t bytes_verified) {
 // `results` is left as it is: the main thread may still read it, and any
 // write it attempts waits for the output lock, which the handler never gives
 // back before the process ends.
-void results_write_interrupted() {
+void results_write_interrupted(BreakKind kind) {
   if (results == nullptr) return;
-  if (interrupted_length > 0) std::fwrite(interrupted_line, 1, interrupted_length, results);
+  if (interrupted_length > 0) {
+    // The names are plain constant texts: nothing in them needs a JSON escape.
+    std::fwrite(interrupted_line, 1, reason_at, results);
+    std::fputs(os_break_name(kind), results);
+    std::fwrite(interrupted_line + reason_at, 1, interrupted_length - reason_at, results);
+  }
   std::fclose(results);
 }

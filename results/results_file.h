@@ -29,6 +29,8 @@
 
 #include <cstdint>
 
+#include "os/os.h"
+
 // Opens `file_name` for writing ("wb"), notes the start time and prepares the
 // interrupted result line. 0, or -1 (nothing open; the caller reports it).
 int results_open(const char* file_name);
@@ -79,7 +81,8 @@ void results_clear_context();
 // time. Cheap (no heap, a few digits); called after each whole MB and each
 // interval on the main thread.
 void results_note_totals(uint64_t bytes_written, uint64_t bytes_verified);
-// For the CTRL-C handler, which already holds the output lock: writes the
-// prepared `result` line (status "interrupted", exit code 1) and closes the
+// For the break handler, which already holds the output lock: writes the
+// prepared `result` line (status "interrupted", exit code 1, the reason
+// "interrupted by " and the name of `kind`, os_break_name) and closes the
 // file. Nothing when no file is open.
-void results_write_interrupted();
+void results_write_interrupted(BreakKind kind);

@@ -110,7 +110,7 @@ TEST_F(ResultsWriter, CarriesTheContextFieldWhileItIsSet) {
   results_note_totals(5, 3);
   EXPECT_EXIT(
       {
-        results_write_interrupted();
+        results_write_interrupted(BreakKind::interrupt);
         std::_Exit(0);
       },
       ::testing::ExitedWithCode(0), "");

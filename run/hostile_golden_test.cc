@@ -27,6 +27,18 @@ const GoldenCase kHostileCases[] = {
      true, 2},
     {"strict_no_digits", "/megs 0x /sdint h /den h /megs 1Fh /sdint 99999999999 /strict /vtape", nullptr, false,
      2},
+    // The results file: the options exactly as given (suffixes and all) and
+    // each value not used as written, as given and as used.
+    {"json_values_cut", "/megs 101b /loop 65537 /lun 400h /ofile /dev/null /json results.jsonl /vtape", nullptr, false,
+     0, nullptr,
+     "run:VT00000001 write:complete read_compare:complete iteration "
+     "result:failed:0:/loop 65537 used as 1, cut to 16 bits;/lun 400h used as 0, cut to 8 bits",
+     -1,
+     R"({"options": ["/megs", "101b", "/loop", "65537", "/lun", "400h", "/ofile", "/dev/null", "/json",
+                     "results.jsonl", "/vtape"],
+         "option_values_not_as_given": [
+           {"option": "/loop", "given": "65537", "used": 1, "why": "cut to 16 bits"},
+           {"option": "/lun", "given": "400h", "used": 0, "why": "cut to 8 bits"}]})"},
     // /strict: the RESULT line agrees with the exit code when the report
     // could not be written, and ends an interrupted run.
     {"strict_ofile_full_disk", "/ofile /dev/full /megs 1 /strict /vtape", nullptr, false, 1},
@@ -35,8 +47,12 @@ const GoldenCase kHostileCases[] = {
     // a whole chart.
     {"break_terminate", "/megs 2 /sdint 1 /cfile bftdtest.cdb /vtape drive.vtape",
      "break_at_command = 20\nbreak_signal = terminate\n", false, 1, "break_in_write"},
+    {"break_terminate_json", "/megs 2 /sdint 1 /json results.jsonl /vtape drive.vtape",
+     "break_at_command = 22\nbreak_signal = terminate\n", false, 1, "break_in_write_json",
+     "run:VT00000001 result:interrupted:1:interrupted by SIGTERM"},
     {"break_hangup_chart", "/megs 2 /sdint 1 /plot chart.svg /json results.jsonl /vtape drive.vtape",
-     "break_at_command = 50\nbreak_signal = hangup\n", false, 1, "break_in_read_chart", nullptr, 0},
+     "break_at_command = 50\nbreak_signal = hangup\n", false, 1, "break_in_read_chart",
+     "run:VT00000001 write:complete write:complete result:interrupted:1:interrupted by SIGHUP", 0},
     // The virtual drive's backing file: saved at the end and after a
     // break; a save that fails is exit code 1 and keeps the cartridge saved
     // before (tape.vt.new on a full disk); a file whose headers claim more

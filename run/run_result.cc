@@ -231,6 +231,17 @@ void write_run_record(int argument_count, char** arguments, bool drive_answered)
   results_begin_array("options");  // as given, argument 0 and the secrets of `/iscsi` left out
   for (int i = 1; i < argument_count; ++i) results_text(nullptr, argument_for_record(arguments[i]));
   results_end_array();
+  // The option numbers the run does not use as written, each as given and as used.
+  results_begin_array("option_values_not_as_given");
+  for (const OptionValueNote& note : option_value_notes()) {
+    results_begin_object(nullptr);
+    results_text("option", note.option.c_str());
+    results_text("given", note.given.c_str());
+    results_unsigned("used", note.used);
+    results_text("why", note.why);
+    results_end_object();
+  }
+  results_end_array();
   write_settings_object(s);
   results_begin_object("address");
   results_unsigned("hanum", s.host_adapter_number);

@@ -307,11 +307,11 @@ void cleanup_run() {
 // chart comes from a snapshot of the command timing (see command_timing.h),
 // into the file opened at setup: no allocation, no lock shared with the test
 // thread. When the test thread is writing the chart itself, it is let finish.
-void on_break(BreakKind) {
+void on_break(BreakKind kind) {
   seal_output();
   write_sweep_break_line();  // where a library sweep leaves its cartridge
   write_interrupted_result_line();
-  results_write_interrupted();  // the line prepared for this, then the close
+  results_write_interrupted(kind);  // the line prepared for this, then the close
   write_chart_on_break();
   if (test_settings.virtual_drive_enabled != 0) vtape_save_on_break();
   close_device_handles();

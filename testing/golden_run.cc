@@ -100,6 +100,19 @@ void expect_chart(const fs::path& directory, int stalls) {
   EXPECT_EQ(kChartHeight, be32(20));
 }
 
+// Every member of `fields` (a JSON object) equals the run record's member.
+void expect_run_fields(const std::string& results, const char* fields) {
+  const nlohmann::json expected = nlohmann::json::parse(fields);
+  std::istringstream lines(results);
+  for (std::string line; std::getline(lines, line);) {
+    const nlohmann::json record = nlohmann::json::parse(line, nullptr, false);
+    if (record.value("record", "") != "run") continue;
+    for (const auto& [name, value] : expected.items()) EXPECT_EQ(value, record.value(name, nlohmann::json())) << name;
+    return;
+  }
+  ADD_FAILURE() << "no run record in the results file";
+}
+
 }  // namespace
 
 void run_golden_case(const GoldenCase& c) {
@@ -139,6 +152,10 @@ void run_golden_case(const GoldenCase& c) {
   }
   if (c.results != nullptr) {
     EXPECT_EQ(c.results, summarize_results_file(read_bytes(directory / "results.jsonl")));
+    ++compared;
+  }
+  if (c.run_fields != nullptr) {
+    expect_run_fields(read_bytes(directory / "results.jsonl"), c.run_fields);
     ++compared;
   }
   EXPECT_GT(compared, 0) << "no expected files " << c.name << ".* in " << golden;

@@ -34,6 +34,9 @@ struct GoldenCase {
   const char* report = nullptr;   // expected <report>.out when another case's report is the same
   const char* results = nullptr;  // summarize_results_file() of "results.jsonl"
   int chart_stalls = -1;            // with `/plot chart.svg`: the stall marks the chart must hold
+  // A JSON object: every member must equal the member of that name in the
+  // `run` record of "results.jsonl" (the others are not looked at).
+  const char* run_fields = nullptr;
 };
 
 inline void PrintTo(const GoldenCase& c, std::ostream* os) { *os << c.name; }
