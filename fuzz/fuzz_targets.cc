@@ -403,7 +403,8 @@ int backing_file_fuzz(const std::string& text) {
     const TapeRun& a = cartridge.runs[i];
     const TapeRun& b = copy.runs[i];
     check(a.filemark == b.filemark && a.block_length == b.block_length && a.blocks_per_unit == b.blocks_per_unit &&
-              a.units == b.units && a.unit_tape_bytes == b.unit_tape_bytes && a.data == b.data,
+              a.units == b.units && a.unit_tape_bytes == b.unit_tape_bytes &&
+              (a.data == nullptr ? b.data == nullptr || b.data->empty() : b.data != nullptr && *a.data == *b.data),
           "every run reads back as saved");
   }
   return 0;
