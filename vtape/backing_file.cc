@@ -42,8 +42,9 @@ bool read_run(FILE* file, uint64_t* left, TapeRun* run, bool* too_long) {
     return false;
   }
   *left -= kRunHeaderBytes;
+  // A filemark run holds no data: one object of no bytes per unit.
   if (filemark > 1 || blocks == 0 || units == 0 || block_length > 0xFFFFFF ||
-      block_length * blocks > 0xFFFFFFFFu) {
+      block_length * blocks > 0xFFFFFFFFu || (filemark == 1 && (block_length != 0 || blocks != 1))) {
     return false;
   }
   const uint64_t data_bytes = block_length * blocks;
