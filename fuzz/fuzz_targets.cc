@@ -164,6 +164,7 @@ const Platform kInputDrive = {
     nullptr,
     nullptr,
     nullptr,
+    nullptr,
 };
 
 }  // namespace

@@ -1,7 +1,11 @@
 #include "run/options.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <new>
+#include <string>
+#include <vector>
 
 #include "console/log_output.h"
 #include "console/text_layout.h"
@@ -24,6 +28,9 @@ constexpr size_t kNotedValueLength = 40;  // of a value noted as not used as wri
 uint8_t in_config_file = 0;
 std::vector<OptionValueNote> value_notes;
 std::vector<std::string> config_files;
+// The results files of `/summary`, copied (a configuration file's tokens
+// are freed after its parse).
+std::vector<std::string> summary_files;
 
 static_assert(kIscsiTextCapacity == kIscsiUrlCapacity, "the iSCSI URL setting holds every URL the parser takes");
 
@@ -318,6 +325,28 @@ int apply_ready_wait(OptionCall& call) {
   return 0;
 }
 
+int apply_list(OptionCall&) {
+  test_settings.list_devices = 1;
+  return 0;
+}
+
+struct OptionSpec;
+const OptionSpec* find_option(const char* argument);
+
+// `/summary <file>...`: every argument up to the next option is a file.
+int apply_summary(OptionCall& call) {
+  test_settings.summary_enabled = 1;
+  while (has_value(call) && find_option(call.arguments[call.next]) == nullptr) {
+    summary_files.emplace_back(take_value(call));
+  }
+  return 0;
+}
+
+int apply_label(OptionCall& call) {
+  copy_cut(test_settings.run_label, kFileNameCapacity, take_value(call));
+  return 0;
+}
+
 int apply_help(OptionCall&) {
   print_help();
   exit_code = 0;
@@ -363,6 +392,9 @@ constexpr OptionSpec kOptions[] = {
     {"/slots", ValueNeed::kRequired, apply_slots},
     {"/drive", ValueNeed::kRequired, apply_drive},
     {"/readywait", ValueNeed::kRequired, apply_ready_wait},
+    {"/list", ValueNeed::kNone, apply_list},
+    {"/summary", ValueNeed::kRequired, apply_summary},
+    {"/label", ValueNeed::kRequired, apply_label},
     {"/?", ValueNeed::kNone, apply_help},
     // The spellings other tools use for help.
     {"/h", ValueNeed::kNone, apply_help},
@@ -377,6 +409,10 @@ const OptionSpec* find_option(const char* argument) {
   }
   return nullptr;
 }
+
+// The options given so far (command line and configuration files), by
+// their place in kOptions: `/list` and `/summary` take only a few others.
+bool given[std::size(kOptions)];
 
 // The configuration argument list: element 0 is an empty text, elements 1 to
 // count - 1 own their token copies.
@@ -459,6 +495,39 @@ int check_library_settings(int result) {
   return -1;
 }
 
+// `/list` and `/summary` do no test: an option that only a test uses is
+// refused beside them rather than silently ignored.
+int check_mode_options(int result) {
+  const char* mode = test_settings.summary_enabled != 0 ? "/summary" : test_settings.list_devices != 0 ? "/list"
+                                                                                                        : nullptr;
+  if (result != 0 || mode == nullptr) return result;
+  if (test_settings.summary_enabled != 0 && test_settings.list_devices != 0) {
+    error_printf("ERROR: options \"/list\" and \"/summary\" cannot be used together\n");
+    return -1;
+  }
+  static const char* const kWithList[] = {"/list", "/cfg", "/vtape", "/json", "/hanum", "/bus", "/tid", "/lun"};
+  static const char* const kWithSummary[] = {"/summary", "/cfg", "/strict", "/plot"};
+  const bool list = test_settings.list_devices != 0;
+  for (size_t i = 0; i < std::size(kOptions); ++i) {
+    if (!given[i]) continue;
+    bool allowed = false;
+    if (list) {
+      for (const char* name : kWithList) allowed = allowed || std::strcmp(name, kOptions[i].name) == 0;
+    } else {
+      for (const char* name : kWithSummary) allowed = allowed || std::strcmp(name, kOptions[i].name) == 0;
+    }
+    if (!allowed) {
+      error_printf("ERROR: option \"%s\" cannot be used with \"%s\"\n", kOptions[i].name, mode);
+      return -1;
+    }
+  }
+  if (!list && summary_files.empty()) {
+    error_printf("ERROR: option \"/summary\" needs at least one results file\n");
+    return -1;
+  }
+  return 0;
+}
+
 // The checks after the last option of the command line; each runs whatever
 // the result so far.
 int check_transfer_settings(int result) {
@@ -488,6 +557,7 @@ int parse_options(uint16_t argument_count, char** arguments) {
       result = -1;
       break;
     }
+    given[option - kOptions] = true;
     OptionCall call{arguments, argument_count, static_cast<uint16_t>(index + 1), option->name};
     if (option->need == ValueNeed::kRequired && !has_value(call)) {
       error_printf("ERROR: option \"%s\" needs a value\n", argument);
@@ -497,7 +567,9 @@ int parse_options(uint16_t argument_count, char** arguments) {
     result = option->apply(call);
     index = call.next;
   }
-  if (in_config_file == 0) result = check_library_settings(check_transfer_settings(result));
+  if (in_config_file == 0) {
+    result = check_mode_options(check_library_settings(check_transfer_settings(result)));
+  }
   return result;
 }
 
@@ -563,6 +635,9 @@ void print_help() {
       "  /readywait <min>\tminutes a loaded cartridge may take to become ready\n",
       "  /iscsi <url> [...]\treach the drive over iSCSI: iscsi://host[:port]/iqn/lun\n",
       "\t\t\t[chap <user> <secret>] [initiator <iqn>]; /changer <url>\n",
+      "  /list\t\t\tlist tape drives and medium changers with their options\n",
+      "  /summary <file>...\tone table of the runs in results files (/json)\n",
+      "  /label <text>\t\tname the run in the results file (host in /summary)\n",
       "  /?\t\t\tthis help screen\n",
   };
   for (const char* text : kOptionLines) screen_printf("%s", text);
@@ -638,10 +713,14 @@ void shown_iscsi_setting(const char* setting, char* text, size_t size) {
   shown_iscsi_url(url, text, size);
 }
 
+const std::vector<std::string>& summary_file_names() { return summary_files; }
+
 void reset_option_parser() {
   in_config_file = 0;
   value_notes.clear();
   url_arguments[0] = url_arguments[1] = nullptr;
   secret_argument = nullptr;
   config_files.clear();
+  summary_files.clear();
+  std::fill(std::begin(given), std::end(given), false);
 }

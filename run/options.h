@@ -58,5 +58,8 @@ void shown_iscsi_setting(const char* setting, char* text, size_t size);
 // characters), in the order of the command line.
 const std::vector<std::string>& config_files_read();
 
+// The results files named after `/summary`, in the order given.
+const std::vector<std::string>& summary_file_names();
+
 // Back to the state before any parse (not inside a configuration file).
 void reset_option_parser();

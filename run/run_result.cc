@@ -228,6 +228,7 @@ void write_run_record(int argument_count, char** arguments, bool drive_answered)
   const bool host_known = os_host_name(host, sizeof host) == 0;
   results_text("host", host_known ? host : nullptr);
   results_text("run_id", make_run_id(host_known ? host : "").c_str());
+  if (s.run_label[0] != '\0') results_text("label", s.run_label);  // `/label`
   results_begin_array("options");  // as given, argument 0 and the secrets of `/iscsi` left out
   for (int i = 1; i < argument_count; ++i) results_text(nullptr, argument_for_record(arguments[i]));
   results_end_array();

@@ -6,6 +6,7 @@
 
 #include "console/clock.h"
 #include "console/log_output.h"
+#include "run/device_list.h"
 #include "run/report_header.h"
 #include "drive_status/drive_health.h"
 #include "drive_status/dsc_config.h"
@@ -21,6 +22,7 @@
 #include "run/run_files.h"
 #include "run/run_result.h"
 #include "settings/settings.h"
+#include "summary/summary_command.h"
 #include "tape/command_blocks.h"
 #include "tape/drive_operations.h"
 #include "transport/command_buffers.h"
@@ -220,6 +222,32 @@ void finish_run(std::vector<std::string>* reasons) {
   if (strict) print_result_line(screen_stream(), *reasons);
 }
 
+// `/list`: the devices as setup scans them, one line each on the screen
+// and, with `/json`, a `device` record each. 0, or 1 when none was found or
+// the results file failed.
+int run_device_list() {
+  if (test_settings.results_file_enabled != 0 && results_open(test_settings.results_file_name) != 0) {
+    error_printf("ERROR: unable to open \"%s\" for results\n", test_settings.results_file_name);
+    return 1;
+  }
+  if (start_transport(on_break) != 0) {
+    results_close();
+    return 1;
+  }
+  const std::vector<ListedUnit> units = list_units();
+  shutdown_transport();
+  write_device_records(units);
+  if (units.empty()) screen_printf("no tape drive or medium changer found\n");
+  for (const std::string& line : units.empty() ? std::vector<std::string>() : listing_lines(units)) {
+    screen_printf("%s\n", line.c_str());
+  }
+  if (results_close() != 0) {
+    error_printf("ERROR: the results file could not be written completely\n");
+    return 1;
+  }
+  return units.empty() ? 1 : 0;
+}
+
 }  // namespace
 
 int run_program(int argc, char** argv) {
@@ -231,7 +259,12 @@ int run_program(int argc, char** argv) {
     return exit_code;
   }
   if (parse_options(static_cast<uint16_t>(argc), argv) != 0) return exit_code;
+  if (test_settings.summary_enabled != 0) {
+    return run_summary(summary_file_names(), test_settings.strict_exit != 0,
+                       test_settings.chart_enabled != 0 ? test_settings.chart_file_name : nullptr);
+  }
   if (choose_platform() != 0) return 1;
+  if (test_settings.list_devices != 0) return run_device_list();
   reset_test_totals();
   // A pipe or a file gets a progress line a minute instead of one per MB.
   set_progress_style(os_stream_is_terminal(screen_stream()) ? ProgressStyle::overwrite

@@ -77,6 +77,12 @@ struct TestSettings {
   // (`changer` holds that address once the options are read).
   uint8_t changer_iscsi_enabled;
   char changer_iscsi_url[kIscsiTextCapacity];
+  // Instead of a test: `/list` lists the tape drives and medium changers;
+  // `/summary <file>...` sums up results files (the names are kept by the
+  // option parser). `/label <text>` names a test run in its results file.
+  uint8_t list_devices;
+  uint8_t summary_enabled;
+  char run_label[kFileNameCapacity];  // empty: none
 };
 
 extern TestSettings test_settings;

@@ -33,10 +33,12 @@ std::string mask_run_figures(const std::string& report) {
   static const std::regex rate(R"(\b\d+ KB/SEC\b)");
   // A library sweep's summary: the figure and the blanks that align it.
   static const std::regex sweep_rate(R"( +\d+ MB/s\b)");
+  static const std::regex host(R"("host":"[^"]*")");  // the machine's name in a record
   std::string text = std::regex_replace(report, date, "MM/DD/YY");
   text = std::regex_replace(text, time, "hh:mm:ss am");
   text = std::regex_replace(text, seconds, "#.## SEC");
   text = std::regex_replace(text, sweep_rate, " # MB/s");
+  text = std::regex_replace(text, host, R"("host":"HOST")");
   return std::regex_replace(text, rate, "# KB/SEC");
 }
 

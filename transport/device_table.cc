@@ -52,7 +52,9 @@ void register_adapter_units(uint8_t adapter, const char* adapter_name) {
     // A full table takes no more devices; the rest are ignored.
     if (device_count >= kDeviceTableSize) return;
     DeviceEntry& entry = device_table[device_count];
-    entry = DeviceEntry{adapter, unit.path_id, unit.target_id, unit.lun, nullptr};
+    entry = DeviceEntry{adapter, unit.path_id, unit.target_id, unit.lun, nullptr,
+                        static_cast<uint8_t>(unit.inquiry[0] & 0x1F), {}};
+    std::memcpy(entry.inquiry, unit.inquiry, unit.inquiry_length < 36 ? unit.inquiry_length : 36);
     if (unit.claimed == 0) {
       if (shared == nullptr) shared = new_record(adapter_name);
       entry.record = shared;

@@ -19,6 +19,8 @@ struct DeviceEntry {
   uint8_t target_id;
   uint8_t lun;
   DeviceHandle* record;    // none for a claimed device without tape device
+  uint8_t device_type;     // of the adapter's inquiry data: 01h tape, 08h medium changer
+  uint8_t inquiry[36];     // the adapter's inquiry data of the unit (`/list` names a unit it cannot ask)
 };
 
 constexpr unsigned kDeviceTableSize = 64;

@@ -58,7 +58,7 @@ void pass_through(PlatformHandle, const PassThroughRequest&, PassThroughReply& r
 void close_device(PlatformHandle device) { closes.push_back(std::to_string(device)); }
 
 const Platform kScripted = {"scripted",   open_device, query_adapter, query_tape_address, pass_through,
-                            close_device, nullptr,     nullptr,       nullptr, nullptr};
+                            close_device, nullptr,     nullptr,       nullptr, nullptr, nullptr};
 
 class DeviceTable : public ::testing::Test {
  protected:

@@ -302,7 +302,7 @@ int query_transfer_limits(PlatformHandle device, const ScsiAddress&, TransferLim
 const Platform kVirtualPlatform = {
     "virtual tape drive", open_device,  query_adapter, query_tape_address,
     pass_through,         close_device, nullptr,       nullptr,
-    query_transfer_limits, nullptr,
+    query_transfer_limits, nullptr,       nullptr,
 };
 
 // Forgets every handle (a test may configure again in the same process).

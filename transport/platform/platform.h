@@ -89,6 +89,24 @@ struct TransferLimits {
   char source[64];              // where max_transfer_bytes came from, for the report
 };
 
+// What the system itself knows of a unit, for `/list`: told without a
+// command to the unit and without holding it.
+enum class UnitAccess : uint8_t {
+  free,       // the program could open it now
+  in_use,     // another process holds it
+  no_access,  // the program may not open it (permissions, no device node)
+};
+constexpr unsigned kMaxUnitNodes = 4;
+struct UnitFacts {
+  uint8_t inquiry[36];      // standard inquiry data the system read at its own scan
+  uint8_t inquiry_length;   // 0: none
+  char serial[64];          // the unit serial number (VPD page 80h) as the system read it
+  bool serial_known;
+  UnitAccess access;
+  char nodes[kMaxUnitNodes][128];  // the system's names for it ("/dev/nst0", "/dev/sg1", ...)
+  uint8_t node_count;
+};
+
 struct Platform {
   const char* name;
   // Opens `device_name` ("\\\\.\\ScsiN:" or "\\\\.\\TapeN") for exclusive use.
@@ -121,6 +139,11 @@ struct Platform {
   // iSCSI portal whose connection ended and why; null when there is
   // nothing to add. The status report prints it.
   const char* (*describe_request_failure)();
+  // Optional (may be null): what the system knows of the unit at `unit`
+  // (adapter included) without sending it a command, for `/list`. 0 with
+  // `facts` filled, or -1 when the system knows no such unit. Without it,
+  // `/list` asks the unit itself (Inquiry) through an open handle.
+  int (*unit_facts)(const ScsiAddress& unit, UnitFacts* facts);
 };
 
 // The operating system's own platform (Linux SG_IO or Win32 pass-through),

@@ -190,7 +190,7 @@ const char* describe_request_failure() { return iscsi_failure_note(); }
 
 const Platform kIscsiPlatform = {
     "iscsi", open_device, query_adapter, query_tape_address,       pass_through, close_device,
-    nullptr, device_node, nullptr,       describe_request_failure,
+    nullptr, device_node, nullptr,       describe_request_failure, nullptr,
 };
 
 }  // namespace

@@ -434,6 +434,53 @@ int device_node(const char* device_name, const ScsiAddress& unit, char* text, un
   return 0;
 }
 
+// How the program would reach the unit: the st node of a tape that st
+// drives, else the sg node for exclusive use. Opened and closed at once to
+// learn whether another process holds it; nothing is sent.
+UnitAccess unit_access(const SysfsUnit& unit) {
+  const ScsiAddress address{unit.host, unit.channel, unit.target, unit.lun};
+  if (held_here(address)) return UnitAccess::free;
+  const bool through_st = !unit.tape_name.empty() && unit.driver == "st";
+  if (!through_st && unit.sg_name.empty()) return UnitAccess::no_access;
+  const NodePath node = node_path(through_st ? unit.tape_name : unit.sg_name);
+  const int fd = through_st ? sys->open(node.actual.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)
+                            : open_sg_exclusive(node);
+  if (fd >= 0) {
+    sys->close(fd);
+    return UnitAccess::free;
+  }
+  return errno == EBUSY ? UnitAccess::in_use : UnitAccess::no_access;
+}
+
+// The unit's identity as the kernel read it at its scan (`inquiry`,
+// `vpd_pg80`), its nodes and whether it is free.
+int unit_facts(const ScsiAddress& address, UnitFacts* facts) {
+  SysfsUnit unit;
+  if (!sysfs_unit(root, address, &unit)) return -1;
+  *facts = UnitFacts{};
+  if (unit.inquiry_length > 0) {
+    facts->inquiry_length = unit.inquiry_length;
+    std::memcpy(facts->inquiry, unit.inquiry, unit.inquiry_length);
+  } else if (unit.type >= 0) {
+    facts->inquiry_length = inquiry_from_attributes(unit, facts->inquiry);
+  }
+  facts->serial_known = unit.serial_known;
+  std::snprintf(facts->serial, sizeof facts->serial, "%s", unit.serial.c_str());
+  std::vector<std::string> nodes;
+  for (const std::string* name : {&unit.tape_name, &unit.sg_name}) {
+    if (!name->empty()) nodes.push_back(node_path(*name).shown);
+  }
+  for (const std::string* name : {&unit.tape_name, &unit.sg_name}) {
+    for (std::string& lasting : sysfs_lasting_names(root, *name)) nodes.push_back(std::move(lasting));
+  }
+  for (const std::string& node : nodes) {
+    if (facts->node_count == kMaxUnitNodes) break;
+    std::snprintf(facts->nodes[facts->node_count++], sizeof facts->nodes[0], "%s", node.c_str());
+  }
+  facts->access = unit_access(unit);
+  return 0;
+}
+
 // The host's limits from sysfs, and through an sg node the reserved buffer
 // (SG_GET_RESERVED_SIZE: the kernel caps it at the host's max sectors).
 int query_transfer_limits(PlatformHandle device, const ScsiAddress& unit, TransferLimits* limits) {
@@ -468,7 +515,7 @@ int query_transfer_limits(PlatformHandle device, const ScsiAddress& unit, Transf
 
 const Platform kLinuxPlatform = {"linux-sg",   open_device,  query_adapter,       query_tape_address,
                                  pass_through, close_device, describe_last_error, device_node,
-                                 query_transfer_limits, nullptr};
+                                 query_transfer_limits, nullptr, unit_facts};
 
 }  // namespace
 

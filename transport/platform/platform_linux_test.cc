@@ -291,6 +291,55 @@ TEST_F(Linux, InquiryWithoutSysfsAttributeGoesThroughSgOrTheTextAttributes) {
   EXPECT_EQ("ROBOCO  LOADER          ", std::string(reinterpret_cast<const char*>(inquiry.units[1].inquiry + 8), 24));
 }
 
+// What `/list` learns of a unit without a command: identity and serial
+// number from sysfs, the nodes with udev's lasting names, and whether the
+// node the program would open is free, held or closed to it.
+TEST_F(Linux, UnitFactsComeFromSysfsAndAnOpenThatIsClosedAtOnce) {
+  build_library();
+  const std::string page = std::string("\x01\x80\x00\x0C", 4) + "  HU1234567 " ;
+  write(root / "sys/devices/host0/0:0:2:0/vpd_pg80", page);
+  fs::create_directories(root / "dev/tape/by-id");
+  fs::create_symlink("../../nst0", root / "dev/tape/by-id/scsi-HU1234567-nst");
+  fs::create_symlink("../../st0", root / "dev/tape/by-id/scsi-HU1234567");
+  fs::create_symlink("../../sg4", root / "dev/tape/by-id/scsi-FREE-changer");
+  kernel.open_errors[node("sg3")] = EACCES;
+  kernel.open_errors[node("sg5")] = EBUSY;
+  const struct {
+    ScsiAddress address;
+    const char* product;
+    const char* serial;  // nullptr: not known
+    UnitAccess access;
+    std::vector<std::string> nodes;
+  } cases[] = {
+      {{0, 0, 2, 0}, "ST TAPE", "HU1234567", UnitAccess::free,
+       {"/dev/nst0", "/dev/sg1", "/dev/tape/by-id/scsi-HU1234567-nst"}},
+      {{0, 0, 4, 0}, "CLAIMED CHANGER", nullptr, UnitAccess::no_access, {"/dev/sg3"}},
+      {{0, 0, 5, 0}, "FREE CHANGER", nullptr, UnitAccess::free, {"/dev/sg4", "/dev/tape/by-id/scsi-FREE-changer"}},
+      {{0, 1, 6, 0}, "BUS ONE TAPE", nullptr, UnitAccess::in_use, {"/dev/sg5"}},
+  };
+  for (const auto& c : cases) {
+    UnitFacts facts{};
+    ASSERT_EQ(0, native_platform()->unit_facts(c.address, &facts)) << c.product;
+    EXPECT_EQ(0, std::memcmp(c.product, facts.inquiry + 16, std::strlen(c.product))) << c.product;
+    EXPECT_EQ(c.serial != nullptr, facts.serial_known) << c.product;
+    EXPECT_STREQ(c.serial != nullptr ? c.serial : "", facts.serial) << c.product;
+    EXPECT_EQ(c.access, facts.access) << c.product;
+    std::vector<std::string> nodes(facts.nodes, facts.nodes + facts.node_count);
+    EXPECT_EQ(c.nodes, nodes) << c.product;
+  }
+  // The st node opened for reading only, the sg nodes as a run opens them;
+  // each closed again and nothing sent.
+  const std::vector<std::pair<std::string, int>> opened = {{node("nst0"), O_RDONLY | O_NONBLOCK | O_CLOEXEC},
+                                                           {node("sg3"), kExclusive},
+                                                           {node("sg4"), kExclusive},
+                                                           {node("sg5"), kExclusive}};
+  EXPECT_EQ(opened, kernel.opens);
+  EXPECT_EQ(2u, kernel.closes.size());
+  EXPECT_TRUE(kernel.sent.empty());
+  UnitFacts facts{};
+  EXPECT_EQ(-1, native_platform()->unit_facts(ScsiAddress{0, 0, 9, 0}, &facts));
+}
+
 class LinuxCommands : public Linux {
  protected:
   void SetUp() override {

@@ -191,7 +191,7 @@ void close_device(PlatformHandle device) {
 
 const Platform kWin32Platform = {"win32", open_device, query_adapter, query_tape_address,
                                  pass_through, close_device, nullptr, nullptr, query_transfer_limits,
-                                 nullptr};
+                                 nullptr, nullptr};
 
 }  // namespace
 

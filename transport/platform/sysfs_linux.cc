@@ -97,6 +97,35 @@ std::string sg_name_of(const std::string& device_dir) {
   return "";
 }
 
+// The st driver's non-rewinding node of a unit: "scsi_tape/nstN" (the
+// other names there are the rewinding node and the mode variants).
+std::string tape_name_of(const std::string& device_dir) {
+  for (const std::string& name : directory_names(device_dir + "/scsi_tape")) {
+    if (name.size() > 3 && name.rfind("nst", 0) == 0 &&
+        name.find_first_not_of("0123456789", 3) == std::string::npos) {
+      return name;
+    }
+  }
+  return "";
+}
+
+// The unit serial number of the `vpd_pg80` attribute (the page as the
+// kernel read it: a 4-byte header, then the number), blanks and NULs cut.
+bool serial_of(const std::string& device_dir, std::string* serial) {
+  unsigned char page[256];
+  const long n = read_attribute(device_dir + "/vpd_pg80", page, sizeof page);
+  if (n < 4 || page[1] != 0x80) return false;
+  const size_t length = std::min<size_t>((static_cast<size_t>(page[2]) << 8) | page[3], static_cast<size_t>(n) - 4);
+  std::string text(reinterpret_cast<const char*>(page + 4), length);
+  const size_t first = text.find_first_not_of(std::string(" \0", 2));
+  if (first == std::string::npos) {
+    serial->clear();
+  } else {
+    *serial = text.substr(first, text.find_last_not_of(std::string(" \0", 2)) + 1 - first);
+  }
+  return true;
+}
+
 void read_unit(const std::string& root, const ScsiAddress& address, const std::string& name,
                SysfsUnit* unit) {
   std::string dir = root_path(root, "sys/class/scsi_device/") + name + "/device";
@@ -118,6 +147,9 @@ void read_unit(const std::string& root, const ScsiAddress& address, const std::s
   ssize_t length = ::readlink((dir + "/driver").c_str(), link, sizeof link - 1);
   unit->driver = length > 0 ? base_name(std::string(link, static_cast<size_t>(length))) : "";
   unit->sg_name = sg_name_of(dir);
+  unit->tape_name = tape_name_of(dir);
+  unit->serial_known = serial_of(dir, &unit->serial);
+  if (!unit->serial_known) unit->serial.clear();
 }
 
 }  // namespace
@@ -161,6 +193,21 @@ bool sysfs_unit(const std::string& root, const ScsiAddress& address, SysfsUnit* 
   if (!exists(root_path(root, "sys/class/scsi_device/") + name)) return false;
   read_unit(root, address, name, unit);
   return true;
+}
+
+std::vector<std::string> sysfs_lasting_names(const std::string& root, const std::string& node_name) {
+  std::vector<std::string> names;
+  if (node_name.empty()) return names;
+  const std::string dir = root_path(root, "dev/tape/by-id/");
+  for (const std::string& name : directory_names(dir)) {
+    char link[PATH_MAX];
+    const ssize_t length = ::readlink((dir + name).c_str(), link, sizeof link - 1);
+    if (length > 0 && base_name(std::string(link, static_cast<size_t>(length))) == node_name) {
+      names.push_back("/dev/tape/by-id/" + name);
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 SysfsTape sysfs_tape(const std::string& root, unsigned tape_number, ScsiAddress* address) {

@@ -5,12 +5,15 @@
 //       `inquiry`, `vendor`, `model`, `rev`, the `driver` link of the class
 //       driver bound to it, and `scsi_generic/sgN` (its SCSI generic node)
 //   sys/class/scsi_tape/nstN/device           the unit behind tape device N
+//   dev/tape/by-id/                           udev's lasting names of tape and
+//                                             changer nodes (links to ../../nstN, ../../sgN)
 // A machine without a SCSI layer has none of these directories; every lookup
 // then finds nothing, without a message.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "transport/platform/platform.h"
 
@@ -25,6 +28,9 @@ struct SysfsUnit {
   std::string vendor, model, revision;  // the text attributes, blanks kept
   std::string driver;    // name of the bound driver ("st", "ch", "sd"...), or empty
   std::string sg_name;   // "sg3", or empty when the sg driver has no node for it
+  std::string tape_name;  // "nst0", the st driver's non-rewinding node; empty when st has none
+  std::string serial;     // the `vpd_pg80` attribute's unit serial number, blanks cut
+  bool serial_known;      // the kernel read VPD page 80h
 };
 
 // `root` joined with a path relative to it ("sys/...", "dev/...").
@@ -44,6 +50,10 @@ bool sysfs_unit(const std::string& root, const ScsiAddress& address, SysfsUnit* 
 // Tape device N of the st driver (the node nstN).
 enum class SysfsTape { missing, found, address_unknown };
 SysfsTape sysfs_tape(const std::string& root, unsigned tape_number, ScsiAddress* address);
+
+// The names in dev/tape/by-id that lead to the node `node_name` ("nst0",
+// "sg3"), as "/dev/tape/by-id/<name>", sorted.
+std::vector<std::string> sysfs_lasting_names(const std::string& root, const std::string& node_name);
 
 // A unit is claimed when a class driver other than sg is bound to it.
 inline bool unit_claimed(const SysfsUnit& unit) { return !unit.driver.empty() && unit.driver != "sg"; }
