@@ -26,6 +26,9 @@
 #include "run/run_sequence.h"
 #include "settings/number_syntax.h"
 #include "settings/settings.h"
+#include "summary/summary_chart.h"
+#include "summary/summary_rows.h"
+#include "summary/summary_table.h"
 #include "transport/command_buffers.h"
 #include "transport/platform/iscsi_url.h"
 #include "transport/platform/platform.h"
@@ -491,6 +494,44 @@ int linux_sysfs_fuzz(const std::string& text) {
   return 0;
 }
 #endif
+
+// A results file as `/summary` reads it, line by line, then grouped,
+// printed and charted: every row belongs to its run, runs own contiguous
+// rows, every row has a result, and every run lands in exactly one group.
+int results_file_fuzz(const std::string& text) {
+  SummaryData data;
+  summary_begin_file(&data, "input.jsonl");
+  size_t from = 0;
+  while (from < text.size()) {
+    const size_t end = text.find('\n', from);
+    const bool cut = end == std::string::npos;
+    const size_t length = (cut ? text.size() : end) - from;
+    summary_add_line(&data, text.data() + from, length, cut);
+    from += length + 1;
+  }
+  summary_end_file(&data);
+  uint32_t next_row = 0;
+  for (uint32_t r = 0; r < data.runs.size(); ++r) {
+    const SummaryRun& run = data.runs[r];
+    check(run.first_row == next_row && run.row_count > 0, "a run's rows follow the ones before");
+    next_row = run.first_row + run.row_count;
+    for (uint32_t i = run.first_row; i < next_row && i < data.rows.size(); ++i) {
+      check(data.rows[i].run == r, "a row belongs to its run");
+      check(!data.rows[i].result.empty(), "every row has a result");
+    }
+  }
+  check(next_row == data.rows.size(), "no row outside a run");
+  const std::vector<SummaryGroup> groups = group_overlapping_runs(data);
+  std::vector<int> seen(data.runs.size(), 0);
+  for (const SummaryGroup& group : groups) {
+    for (uint32_t run : group.runs) ++seen[run];
+  }
+  for (int count : seen) check(count == 1, "every run in one group");
+  static FILE* sink = std::fopen("/dev/null", "w");
+  print_summary(sink, data, groups);
+  write_summary_chart(sink, data, groups);
+  return 0;
+}
 
 namespace {
 
