@@ -49,7 +49,7 @@ void start_run(SummaryData* d, const ResultsLine& line) {
   run.host = !line.label.empty() ? line.label : !line.host.empty() ? line.host : "-";
   run.run_id = line.run_id;
   run.drive = joined(joined(line.vendor, line.product), line.serial);
-  if (run.drive.empty()) run.drive = "-";
+  if (run.drive.empty()) run.drive.assign(1, '-');  // not = "-": a false -Wrestrict of GCC 12 at -O3
   run.start_text = line.start_time;
   run.start_known = parse_results_time(line.start_time, &run.start) == 0;
   run.end = run.start;
@@ -77,7 +77,7 @@ void decide_cartridge(const SummaryRun& run, SummaryRow* row) {
   if (row->outcome_known) {
     row->failed = row->outcome == "failed" || row->rwr_failed || row->ecc_failed;
     row->result = row->reason.empty() ? row->outcome : row->outcome + ": " + row->reason;
-    if (row->result.empty()) row->result = "-";
+    if (row->result.empty()) row->result.assign(1, '-');
   } else {
     row->failed = true;
     row->result = run.interrupted ? "interrupted" : "no cartridge record";
