@@ -30,3 +30,6 @@ CLANG_PACKAGES=(clang-14 libclang-rt-14-dev libfuzzer-14-dev)
 KERNEL_TAPE_PACKAGES=(qemu-system-x86 qemu-block-extra tgt busybox-static cpio kmod)
 # scripts/iscsi-tape: the tape target and a reader of the results file.
 ISCSI_TAPE_PACKAGES=(tgt jq)
+# scripts/fleet-check: many drives at once on one host (GNU parallel, jq) and
+# across hosts (Ansible), and the chart check.
+FLEET_PACKAGES=(parallel jq ansible-core libxml2-utils)
