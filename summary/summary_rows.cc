@@ -73,10 +73,20 @@ std::string run_result_text(const SummaryRun& run) {
   return run.reasons.empty() ? text : text + ": " + run.reasons;
 }
 
+// The words of a sweep's cartridge results as its own summary table shows
+// them: "not_passed" (ran, but must not count as a pass) is "failed" there.
+std::string outcome_word(const std::string& outcome) {
+  if (outcome == "not_passed") return "failed";
+  if (outcome == "not_tested") return "not tested";
+  return outcome;
+}
+
 void decide_cartridge(const SummaryRun& run, SummaryRow* row) {
   if (row->outcome_known) {
-    row->failed = row->outcome == "failed" || row->rwr_failed || row->ecc_failed;
-    row->result = row->reason.empty() ? row->outcome : row->outcome + ": " + row->reason;
+    row->failed = row->outcome == "failed" || row->outcome == "not_passed" || row->outcome == "not_tested" ||
+                  row->rwr_failed || row->ecc_failed;
+    const std::string word = outcome_word(row->outcome);
+    row->result = row->reason.empty() ? word : word + ": " + row->reason;
     if (row->result.empty()) row->result.assign(1, '-');
   } else {
     row->failed = true;
