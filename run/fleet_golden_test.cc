@@ -27,6 +27,8 @@ const GoldenCase kFleetCases[] = {
     {"summary_without_files", "/summary /strict", nullptr, false, 1},
     {"summary_with_a_test_option", "/summary a.jsonl /megs 3", nullptr, false, 1},
     {"summary_chart_unopenable", "/summary a.jsonl /plot missing/chart.svg", nullptr, false, 1},
+    // The chart would overwrite a file to be read: refused, the file kept.
+    {"summary_chart_named_as_input", "/summary run.jsonl /plot run.jsonl", nullptr, false, 1},
 };
 
 INSTANTIATE_TEST_SUITE_P(Fleet, GoldenRun, ::testing::ValuesIn(kFleetCases), golden_case_name);

@@ -72,6 +72,12 @@ void read_results_file(const std::string& file, SummaryData* data) {
 
 int run_summary(const std::vector<std::string>& files, bool strict, const char* chart_file) {
   FILE* chart = nullptr;
+  for (const std::string& file : files) {
+    if (chart_file != nullptr && file == chart_file) {  // names compared as given, as a run compares its files
+      error_printf("ERROR: \"%s\" is named both as a results file to read and as the chart\n", chart_file);
+      return 1;
+    }
+  }
   if (chart_file != nullptr) {
     // Opened first, so that a bad name fails before the files are read.
     chart = std::fopen(chart_file, "wb");
