@@ -195,7 +195,7 @@ class LineHandler final : public nlohmann::json_sax<Json> {
     } else if (name == "status") {
       text(value, &l.status);
     } else if (name == "bytes_written") {
-      count(value, &l.bytes_written);
+      l.totals_known = value.as_count(&l.bytes_written);
     } else if (name == "bytes_verified") {
       count(value, &l.bytes_verified);
     } else if (name == "end_time") {
@@ -270,6 +270,7 @@ void clear(ResultsLine* line) {
   line->tapealert_new = 0;
   line->exit_code_known = false;
   line->exit_code = 0;
+  line->totals_known = false;
   line->bytes_written = line->bytes_verified = 0;
   line->elapsed_known = false;
   line->elapsed_seconds = 0;

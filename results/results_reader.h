@@ -61,6 +61,7 @@ struct ResultsLine {
   int64_t exit_code;
   std::string status;
   std::vector<std::string> reasons;
+  bool totals_known;  // "bytes_written" present (result and cartridge records)
   uint64_t bytes_written, bytes_verified;
   std::string end_time;
   bool elapsed_known;

@@ -183,6 +183,9 @@ void add_record(SummaryData* d, const ResultsLine& line) {
       row.outcome_known = true;
       row.outcome = line.cartridge_result;
       row.reason = line.reason;
+      row.totals_known = line.totals_known;
+      row.bytes_written = line.bytes_written;
+      row.bytes_verified = line.bytes_verified;
       break;
     }
     case ResultsRecordKind::result:

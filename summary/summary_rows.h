@@ -29,8 +29,10 @@ struct SummaryRow {
   bool tapealert_read;
   uint64_t tapealert_raised;  // bit n-1: flag n raised during the test
   bool outcome_known;         // a cartridge record was read
-  std::string outcome;        // the cartridge record's result: passed, failed, skipped, not tested
+  std::string outcome;        // the cartridge record's result: passed, failed, not_passed, skipped, not_tested
   std::string reason;
+  bool totals_known;                       // the cartridge record gave its totals:
+  uint64_t bytes_written, bytes_verified;
   // Decided when the run's file ends.
   bool failed;
   std::string result;  // the table's result column

@@ -91,15 +91,18 @@ const RowsCase kRowsCases[] = {
     {"library_sweep",
      {run("h2", "D1", "2026-11-23T10:00:00Z") + interval("write", 20, 1.0, "LIB001L6") +
       interval("read_compare", 20, 2.0, "LIB001L6") +
-      R"({"record":"cartridge","cartridge":"LIB001L6","barcode":"LIB001L6","slot":1,"result":"passed"})" "\n" +
+      R"({"record":"cartridge","cartridge":"LIB001L6","barcode":"LIB001L6","slot":1,"result":"passed",)"
+      R"("reason":null,"bytes_written":20971520,"bytes_verified":20971520})" "\n" +
       interval("write", 20, 2.0, "LIB002L6") + interval("read_compare", 3, 1.0, "LIB002L6") +
-      R"({"record":"cartridge","barcode":"LIB002L6","slot":2,"result":"failed","reason":"data miscompare"})" "\n" +
+      R"({"record":"cartridge","barcode":"LIB002L6","slot":2,"result":"failed","reason":"data miscompare",)"
+      R"("bytes_written":22020096,"bytes_verified":2097152})" "\n" +
       R"({"record":"cartridge","barcode":"CLN001L1","slot":8,"result":"skipped","reason":"cleaning cartridge"})" "\n" +
       interval("write", 4, 1.0, "LIB003L6") + interval("read_compare", 4, 1.0, "LIB003L6") +
-      R"({"record":"cartridge","barcode":"LIB003L6","slot":3,"result":"not_passed","reason":"0 bytes verified"})" "\n" +
+      R"({"record":"cartridge","barcode":"LIB003L6","slot":3,"result":"not_passed","reason":"0 bytes verified",)"
+      R"("bytes_written":4194304,"bytes_verified":0})" "\n" +
       R"({"record":"cartridge","barcode":"LIB004L6","slot":4,"result":"not_tested"})" "\n" +
       result(1, "failed", R"("data miscompare")", 40, "2026-11-23T10:10:00Z")},
-     {"h2|LIB001L6|20.000|20.0|0|2.5|-|-|-|passed", "h2|LIB002L6|20.000|10.0|0|2.5|-|-|-|failed: data miscompare",
+     {"h2|LIB001L6|20.000|20.0|0|2.5|-|-|-|passed", "h2|LIB002L6|21.000|10.0|0|2.5|-|-|-|failed: data miscompare",
       "h2|CLN001L1|0.000|-|-|-|-|-|-|skipped: cleaning cartridge",
       "h2|LIB003L6|4.000|4.0|0|2.5|-|-|-|failed: 0 bytes verified", "h2|LIB004L6|0.000|-|-|-|-|-|-|not tested"},
      {}},

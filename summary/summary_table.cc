@@ -146,11 +146,17 @@ SummaryCells summary_cells(const SummaryData& data, const SummaryRow& row) {
   c.text[1] = run.drive;
   c.text[2] = row.cartridge.empty() ? "-" : row.cartridge;
   c.text[3] = start_cell(run);
-  // A run's own row takes its totals from the result record, which counts
-  // what the report counts; a cartridge's row adds up its intervals.
-  const bool own_totals = row.cartridge.empty() && run.result_seen;
-  const uint64_t written = own_totals ? run.bytes_written : row.write_bytes;
-  const uint64_t verified = own_totals ? run.bytes_verified : row.read_bytes;
+  // The totals the run counted, as its report does: a run's own row takes
+  // them from the result record, a cartridge's row from its cartridge
+  // record; without those (a run cut short) the intervals are added up.
+  uint64_t written = row.write_bytes, verified = row.read_bytes;
+  if (row.cartridge.empty() && run.result_seen) {
+    written = run.bytes_written;
+    verified = run.bytes_verified;
+  } else if (!row.cartridge.empty() && row.totals_known) {
+    written = row.bytes_written;
+    verified = row.bytes_verified;
+  }
   c.text[4] = fixed(static_cast<double>(written) / kBytesPerMegabyte, 3);
   c.text[5] = fixed(static_cast<double>(verified) / kBytesPerMegabyte, 3);
   c.text[6] = rate_text(summary_rate(row.write_bytes, row.write_seconds));
