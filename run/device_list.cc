@@ -102,7 +102,12 @@ std::vector<ListedUnit> list_units() {
       char node[160];
       const bool named = platform.device_node != nullptr &&
                          platform.device_node(entry.record->name, unit.address, node, sizeof node) == 0;
-      unit.nodes.emplace_back(named ? node : entry.record->name);
+      // An iSCSI unit's name is the URL that reaches it: the options carry it.
+      if (named && std::strncmp(node, "iscsi://", 8) == 0) {
+        unit.url = node;
+      } else {
+        unit.nodes.emplace_back(named ? node : entry.record->name);
+      }
       ask_unit(&unit);
     }
     close_device_handles();  // nothing stays held between units
@@ -113,6 +118,7 @@ std::vector<ListedUnit> list_units() {
 
 std::string addressing_options(const ListedUnit& unit) {
   const ScsiAddress& a = unit.address;
+  if (!unit.url.empty()) return (unit.device_type == kMediumChanger ? "/changer " : "/iscsi ") + unit.url;
   char text[64];
   if (unit.device_type == kMediumChanger) {
     std::snprintf(text, sizeof text, "/changer %u %u %u %u", a.port_number, a.path_id, a.target_id, a.lun);
@@ -178,6 +184,7 @@ void write_device_records(const std::vector<ListedUnit>& units) {
     results_begin_array("nodes");
     for (const std::string& node : unit.nodes) results_text(nullptr, node.c_str());
     results_end_array();
+    if (!unit.url.empty()) results_text("url", unit.url.c_str());
     results_text("options", addressing_options(unit).c_str());
     results_end();
   }

@@ -21,6 +21,7 @@ struct ListedUnit {
   bool serial_known;
   std::string serial;
   std::vector<std::string> nodes;  // the system's names for the unit
+  std::string url;                 // the iSCSI URL that reaches it (iSCSI platform only)
 };
 
 // The tape drives and medium changers of the active platform, in the order
@@ -28,7 +29,8 @@ struct ListedUnit {
 std::vector<ListedUnit> list_units();
 
 // The options that address the unit: "/hanum 2 /bus 0 /tid 4 /lun 0" for a
-// drive, "/changer 2 0 4 1" for a changer.
+// drive, "/changer 2 0 4 1" for a changer; over iSCSI "/iscsi <url>" and
+// "/changer <url>".
 std::string addressing_options(const ListedUnit& unit);
 
 // The unit's line of the listing ("free", "in use", "no access" for the

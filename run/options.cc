@@ -505,7 +505,7 @@ int check_mode_options(int result) {
     error_printf("ERROR: options \"/list\" and \"/summary\" cannot be used together\n");
     return -1;
   }
-  static const char* const kWithList[] = {"/list", "/cfg", "/vtape", "/json", "/hanum", "/bus", "/tid", "/lun"};
+  static const char* const kWithList[] = {"/list", "/cfg", "/vtape", "/iscsi", "/json", "/hanum", "/bus", "/tid", "/lun"};
   static const char* const kWithSummary[] = {"/summary", "/cfg", "/strict", "/plot"};
   const bool list = test_settings.list_devices != 0;
   for (size_t i = 0; i < std::size(kOptions); ++i) {

@@ -111,12 +111,18 @@ int check_device_type() {
 }
 
 // The iSCSI unit of `/iscsi`, logged in and answering at the address of
-// the settings, and the changer of `/changer <iscsi-url>` at its own. The
+// the settings, and the changer of `/changer <iscsi-url>` at its own (with
+// `/list`, every tape drive and changer behind the portal). The
 // changer's URL without a user takes the drive's CHAP user and secret
 // (both are usually one target). 0, or -1 after its message.
 int attach_iscsi_units() {
   const TestSettings& s = test_settings;
   const IscsiLogin login{s.iscsi_url, s.iscsi_chap_user, s.iscsi_chap_secret, s.iscsi_initiator};
+  if (s.list_devices != 0) {  // `/list /iscsi <portal>`: every target the portal offers
+    if (iscsi_attach_portal(login, s.host_adapter_number) != 0) return -1;
+    set_active_platform(iscsi_platform());
+    return 0;
+  }
   const ScsiAddress address{s.host_adapter_number, s.bus_number, s.scsi_id, s.lun};
   if (iscsi_attach(login, address) != 0) return -1;
   if (s.changer_iscsi_enabled != 0) {

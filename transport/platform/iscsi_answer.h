@@ -21,6 +21,12 @@ uint32_t iscsi_transferred_length(uint32_t length, IscsiResidual kind, uint64_t 
 // `sense` and returns how many; 0 when the segment holds none.
 uint8_t iscsi_response_sense(const uint8_t* segment, size_t size, uint8_t* sense, unsigned capacity);
 
+// The LUNs (peripheral or flat space addressing; others skipped) of the
+// Report LUNs parameter data in `data` (`size` bytes moved), at most
+// `capacity` of them into `luns`. Returns how many the data lists (which may
+// be more than `capacity`).
+size_t iscsi_reported_luns(const uint8_t* data, size_t size, uint16_t* luns, size_t capacity);
+
 // True when the Report LUNs parameter data in `data` (`size` bytes moved)
 // lists `lun` (peripheral or flat space addressing). `*listed` gets the
 // LUNs found, as text ("0, 1"), cut to `listed_size`.

@@ -7,8 +7,8 @@
 // Each attached unit answers at the address it was given (`/hanum`, `/bus`,
 // `/tid`, `/lun` only label it) as an unclaimed unit of that adapter, so
 // the device table, the executor and everything above them work as with a
-// local drive. Up to eight units (a drive and a changer, say), over one
-// session per target.
+// local drive. Up to 64 units (a drive and a changer for a test; a
+// listing may meet more), over one session per target.
 //
 // Bounds (no wait is endless): connecting, logging in and checking the LUN
 // take at most kIscsiLoginSeconds; a command may run for its own timeout (30
@@ -46,6 +46,16 @@ struct IscsiLogin {
 // stream that names the portal and the reason (bad URL, no connection,
 // login refused, no such LUN, no iSCSI support in this build).
 int iscsi_attach(const IscsiLogin& login, const ScsiAddress& address);
+
+// For `/list /iscsi <portal>`: asks the portal for its targets
+// (SendTargets; only the URL's target when it names one), logs in to each
+// through that portal and attaches every tape drive and medium changer LUN
+// (Report LUNs, Inquiry) at `adapter`, bus 0, the target's place in the
+// answer as id and its LUN. A target that refuses the login gets its ERROR
+// line and the others are still listed. 0 once the portal answered (with
+// or without units), or -1 after one "ERROR:" line (bad URL, no
+// connection, discovery refused, no iSCSI support in this build).
+int iscsi_attach_portal(const IscsiLogin& login, uint8_t adapter);
 
 // The platform record of the attached units; null without iSCSI support.
 const Platform* iscsi_platform();

@@ -106,9 +106,9 @@ int read_portal(const char* begin, const char* end, IscsiUrl* url, char* error, 
   return 0;
 }
 
-}  // namespace
-
-int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_size) {
+// The scheme and the user part of `text`: `*rest` is left at the portal.
+// 0, or -1 after the reason.
+int read_scheme_and_user(const char* text, IscsiUrl* url, const char** rest_out, char* error, size_t error_size) {
   *url = IscsiUrl{};
   if (error_size > 0) error[0] = '\0';
   const size_t scheme_length = sizeof kScheme - 1;
@@ -138,7 +138,16 @@ int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_s
     }
     rest = at + 1;
   }
+  *rest_out = rest;
+  return 0;
+}
 
+}  // namespace
+
+int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_size) {
+  const char* rest = nullptr;
+  if (read_scheme_and_user(text, url, &rest, error, error_size) != 0) return -1;
+  const char* end = rest + std::strlen(rest);
   const char* slash = std::strchr(rest, '/');
   if (slash == nullptr) return fail(error, error_size, "no target name after the portal", true);
   if (read_portal(rest, slash, url, error, error_size) != 0) return -1;
@@ -149,6 +158,23 @@ int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_s
   if (lun < 0) return fail(error, error_size, "the LUN is not a number from 0 to 16383");
   url->lun = static_cast<uint16_t>(lun);
   return 0;
+}
+
+int parse_iscsi_portal_url(const char* text, IscsiUrl* url, char* error, size_t error_size) {
+  const char* rest = nullptr;
+  if (read_scheme_and_user(text, url, &rest, error, error_size) != 0) return -1;
+  const char* slash = std::strchr(rest, '/');
+  const char* target = slash != nullptr && slash[1] != '\0' ? slash + 1 : nullptr;
+  if (target != nullptr && std::strchr(target, '/') != nullptr) return parse_iscsi_url(text, url, error, error_size);
+  const char* end = slash != nullptr ? slash : rest + std::strlen(rest);
+  if (read_portal(rest, end, url, error, error_size) != 0) {
+    if (error_size > 0 && std::strstr(error, kSyntax) != nullptr) {
+      std::snprintf(error, error_size, "no host name or address (iscsi://[user[%%password]@]host[:port])");
+    }
+    return -1;
+  }
+  // iscsi://host/<target-iqn>: that target alone.
+  return target != nullptr ? decode_target(target, target + std::strlen(target), url, error, error_size) : 0;
 }
 
 void shown_iscsi_url(const IscsiUrl& url, char* text, size_t size) {

@@ -34,6 +34,13 @@ struct IscsiUrl {
 // quotes the URL, which may hold a password.
 int parse_iscsi_url(const char* text, IscsiUrl* url, char* error, size_t error_size);
 
+// For `/list`: a portal, iscsi://[user[%password]@]host[:port] (a final
+// '/' allowed), whose targets are to be discovered (`url->target` stays
+// empty), or one target of it, iscsi://...host[:port]/<target-iqn>, or a
+// whole unit URL as parse_iscsi_url reads it (its target is listed). 0, or
+// -1 with the reason in `error`.
+int parse_iscsi_portal_url(const char* text, IscsiUrl* url, char* error, size_t error_size);
+
 // The URL that names `url` in reports and results files: its user name
 // stays, its password never appears; '%', '/', '@', blanks and control bytes of
 // the target are written %XX. Read back, it names the same unit. The text

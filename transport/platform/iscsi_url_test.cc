@@ -90,6 +90,41 @@ TEST(IscsiUrl, RefusesBadUrlsWithAReasonThatNeverQuotesThem) {
   }
 }
 
+TEST(IscsiUrl, ReadsAPortalToListOrOneOfItsTargets) {
+  const struct {
+    const char* text;
+    int result;
+    const char* portal;
+    const char* target;  // empty: every target of the portal
+    const char* user;
+    const char* password;
+    const char* error;
+  } cases[] = {
+      {"iscsi://127.0.0.1", 0, "127.0.0.1:3260", "", "", "", ""},
+      {"iscsi://alice%s3cret@[::1]:3270/", 0, "[::1]:3270", "", "alice", "s3cret", ""},
+      {"iscsi://host:3261/iqn.2024-01.test%3Alibrary", 0, "host:3261", "iqn.2024-01.test:library", "", "", ""},
+      {"iscsi://host/iqn.x/7", 0, "host:3260", "iqn.x", "", "", ""},
+      {"iscsi://", -1, "", "", "", "", "no host name or address (iscsi://[user[%password]@]host[:port])"},
+      {"iscsi:///", -1, "", "", "", "", "no host name or address (iscsi://[user[%password]@]host[:port])"},
+      {"iscsi://host:99999", -1, "", "", "", "", "the port is not a number from 1 to 65535"},
+      {"iscsi://host/iqn.x/", -1, "", "", "", "", "the LUN is not a number from 0 to 16383"},
+      {"iscsi://host/iqn%20x", -1, "", "", "", "", "blank or control character in the target name"},
+      {"host:3260", -1, "", "", "", "",
+       "it does not begin with iscsi:// (iscsi://[user[%password]@]host[:port]/<target-iqn>/<lun>)"},
+  };
+  for (const auto& c : cases) {
+    IscsiUrl url;
+    char error[200];
+    ASSERT_EQ(c.result, parse_iscsi_portal_url(c.text, &url, error, sizeof error)) << c.text << ": " << error;
+    EXPECT_STREQ(c.error, error) << c.text;
+    if (c.result != 0) continue;
+    EXPECT_STREQ(c.portal, url.portal) << c.text;
+    EXPECT_STREQ(c.target, url.target) << c.text;
+    EXPECT_STREQ(c.user, url.user) << c.text;
+    EXPECT_STREQ(c.password, url.password) << c.text;
+  }
+}
+
 TEST(IscsiAnswer, ResidualSenseSegmentAndLunList) {
   // Data moved, from the residual of the response.
   EXPECT_EQ(65536u, iscsi_transferred_length(65536, IscsiResidual::none, 0));
@@ -124,6 +159,11 @@ TEST(IscsiAnswer, ResidualSenseSegmentAndLunList) {
   EXPECT_STREQ("0", listed);
   EXPECT_FALSE(iscsi_lun_listed(luns, 4, 0, listed, sizeof listed));
   EXPECT_STREQ("", listed);
+  // More LUNs than room: all are counted, the room is filled.
+  uint16_t first_two[2] = {};
+  EXPECT_EQ(3u, iscsi_reported_luns(luns, sizeof luns, first_two, 2));
+  EXPECT_EQ(0, first_two[0]);
+  EXPECT_EQ(1, first_two[1]);
 }
 
 }  // namespace

@@ -281,15 +281,38 @@ void default_iscsi_initiator(char* name, size_t size) {
   std::snprintf(name, size, "iqn.2024-01.org.bftdtest:%s", host);
 }
 
-int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
+namespace {
+
+// What a SendTargets answer left: the callback copies the names (libiscsi
+// frees its list when the callback returns).
+struct DiscoveryWaiter {
+  Waiter waiter;
+  std::vector<std::string>* targets;
+};
+
+void note_targets(iscsi_context*, int status, void* command_data, void* data) {
+  auto* discovery = static_cast<DiscoveryWaiter*>(data);
+  if (status == SCSI_STATUS_GOOD) {
+    for (auto* address = static_cast<iscsi_discovery_address*>(command_data); address != nullptr;
+         address = address->next) {
+      if (address->target_name != nullptr) discovery->targets->emplace_back(address->target_name);
+    }
+  }
+  note_done(nullptr, status, nullptr, &discovery->waiter);
+}
+
+// Connects and logs in as a normal session or, with an empty target, as
+// a discovery session. 0, or -1 after its ERROR line.
+int connect_and_log_in(IscsiSession& session, IscsiDeadline deadline) {
   session.context = iscsi_create_context(session.initiator);
   if (session.context == nullptr) {
     error_printf("ERROR: iSCSI portal %s: no memory for a session\n", session.portal);
     return -1;
   }
   iscsi_context* context = session.context;
-  iscsi_set_targetname(context, session.target);
-  iscsi_set_session_type(context, ISCSI_SESSION_NORMAL);
+  const bool discovery = session.target[0] == '\0';
+  if (!discovery) iscsi_set_targetname(context, session.target);
+  iscsi_set_session_type(context, discovery ? ISCSI_SESSION_DISCOVERY : ISCSI_SESSION_NORMAL);
   iscsi_set_header_digest(context, ISCSI_HEADER_DIGEST_NONE_CRC32C);
   iscsi_set_noautoreconnect(context, 1);
   iscsi_set_log_level(context, 1);
@@ -312,7 +335,11 @@ int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
     Waiter logged_in{false, 0};
     begin_step();
     char what[300];
-    std::snprintf(what, sizeof what, "login to %s failed", session.target);
+    if (discovery) {
+      std::snprintf(what, sizeof what, "discovery login failed");
+    } else {
+      std::snprintf(what, sizeof what, "login to %s failed", session.target);
+    }
     if (iscsi_login_async(context, note_done, &logged_in) != 0) {
       error_printf("ERROR: iSCSI portal %s: %s (%s)\n", session.portal, what,
                    failure_reason(session.context, -1));
@@ -322,6 +349,30 @@ int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
     }
   }
   if (result != 0) drop_connection(session);
+  return result;
+}
+
+}  // namespace
+
+int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
+  return connect_and_log_in(session, deadline);
+}
+
+int discover_iscsi_targets(IscsiSession& session, IscsiDeadline deadline, std::vector<std::string>* targets) {
+  session.target[0] = '\0';
+  int result = connect_and_log_in(session, deadline);
+  if (result == 0) {
+    DiscoveryWaiter discovery{{false, 0}, targets};
+    begin_step();
+    if (iscsi_discovery_async(session.context, note_targets, &discovery) != 0) {
+      error_printf("ERROR: iSCSI portal %s: SendTargets failed (%s)\n", session.portal,
+                   failure_reason(session.context, -1));
+      result = -1;
+    } else {
+      result = finish_step(session, discovery.waiter, deadline, "SendTargets failed");
+    }
+  }
+  end_iscsi_session(session);
   return result;
 }
 

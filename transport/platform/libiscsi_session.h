@@ -17,6 +17,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "transport/platform/platform.h"
 
@@ -39,6 +41,13 @@ using IscsiDeadline = std::chrono::steady_clock::time_point;
 // it has a user) by `deadline`. 0, or -1 after one "ERROR:" line on the
 // error stream naming the portal and the reason (the connection closed).
 int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline);
+
+// Logs in to the session's portal for discovery (its target left empty;
+// with CHAP when it has a user), asks SendTargets for every target the
+// portal offers and logs out, all by `deadline`. The names go to `targets`
+// in the order of the answer. 0, or -1 after one "ERROR:" line naming the
+// portal and the reason. The record is cleared.
+int discover_iscsi_targets(IscsiSession& session, IscsiDeadline deadline, std::vector<std::string>* targets);
 
 // Sends `request` (its CDB, direction, data, length and timeout) to `lun`
 // over the session and fills `reply` as a platform's pass_through does; the

@@ -4,10 +4,13 @@
 // The sessions themselves are libiscsi_session.cc's.
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "console/log_output.h"
 #include "scsi/operation_codes.h"
@@ -20,8 +23,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned kMaxSessions = 8;
-constexpr unsigned kMaxUnits = 8;
+// A listing (`/list /iscsi <portal>`) may meet a gateway with a target per
+// drive; a test uses one or two units.
+constexpr unsigned kMaxSessions = 64;
+constexpr unsigned kMaxUnits = 64;
 constexpr PlatformHandle kAdapterHandleBase = 0x15C50000;
 constexpr uint8_t kNoUnitQualifier = 3;  // peripheral qualifier: no logical unit here
 
@@ -195,6 +200,137 @@ const Platform kIscsiPlatform = {
 
 }  // namespace
 
+namespace {
+
+// Who logs in: the CHAP user and secret (after the URL, or in it) and the
+// initiator name.
+struct LoginNames {
+  const char* user;
+  const char* secret;
+  char initiator[224];
+};
+
+// 0, or -1 after the ERROR line of a user given twice.
+int login_names(const IscsiLogin& login, const IscsiUrl& url, LoginNames* names) {
+  const bool chap_after = login.chap_user != nullptr && login.chap_user[0] != '\0';
+  if (chap_after && url.user[0] != '\0') {
+    error_printf("ERROR: iSCSI portal %s: the CHAP user is given both in the URL and after it\n", url.portal);
+    return -1;
+  }
+  names->user = chap_after ? login.chap_user : url.user;
+  names->secret = chap_after ? (login.chap_secret != nullptr ? login.chap_secret : "") : url.password;
+  if (login.initiator != nullptr && login.initiator[0] != '\0') {
+    std::snprintf(names->initiator, sizeof names->initiator, "%s", login.initiator);
+  } else {
+    default_iscsi_initiator(names->initiator, sizeof names->initiator);
+  }
+  // A peer that closes the socket must not end the program with SIGPIPE
+  // (libiscsi writes data with writev, which cannot be told not to raise it).
+  ::signal(SIGPIPE, SIG_IGN);
+  return 0;
+}
+
+void fill_session(IscsiSession& session, const IscsiUrl& url, const LoginNames& names) {
+  session = IscsiSession{};
+  std::snprintf(session.portal, sizeof session.portal, "%s", url.portal);
+  std::snprintf(session.target, sizeof session.target, "%s", url.target);
+  std::snprintf(session.user, sizeof session.user, "%s", names.user);
+  std::snprintf(session.secret, sizeof session.secret, "%s", names.secret);
+  std::snprintf(session.initiator, sizeof session.initiator, "%s", names.initiator);
+}
+
+// The open session to `url`'s target for `names`: one already open, or a
+// new one. Null after its ERROR line. `*opened` tells a new one.
+IscsiSession* session_for(const IscsiUrl& url, const LoginNames& names, Clock::time_point deadline, bool* opened) {
+  *opened = false;
+  for (unsigned i = 0; i < session_count; ++i) {
+    if (!sessions[i].lost && same_login(sessions[i], url, names.user, names.secret, names.initiator))
+      return &sessions[i];
+  }
+  if (session_count == kMaxSessions) {
+    error_printf("ERROR: iSCSI portal %s: more than %u sessions\n", url.portal, kMaxSessions);
+    return nullptr;
+  }
+  IscsiSession* session = &sessions[session_count];
+  fill_session(*session, url, names);
+  if (open_iscsi_session(*session, deadline) != 0) {
+    *session = IscsiSession{};
+    return nullptr;
+  }
+  ++session_count;
+  *opened = true;
+  return session;
+}
+
+// Forgets the session last opened when no unit came of it.
+void close_last_session(IscsiSession* session) {
+  end_iscsi_session(*session);
+  --session_count;
+}
+
+// Sends a short data-in command to `lun`; the bytes moved, or -1 when it
+// failed (CHECK CONDITION or on its way).
+long ask_lun(IscsiSession& session, uint16_t lun, const uint8_t* cdb, uint8_t cdb_length, uint8_t* data,
+             uint32_t length, Clock::time_point deadline) {
+  uint8_t sense[kSenseAreaSize];
+  PassThroughRequest request{};
+  request.sense = sense;
+  request.direction = DataDirection::in;
+  request.data = data;
+  request.data_length = length;
+  std::memcpy(request.cdb, cdb, cdb_length);
+  request.cdb_length = cdb_length;
+  request.timeout_seconds = static_cast<uint32_t>(seconds_left(deadline));
+  std::memset(data, 0, length);
+  PassThroughReply reply{};
+  run_iscsi_command(session, lun, request, false, reply);
+  if (reply.error != kErrorNone || reply.scsi_status != 0) return -1;
+  return static_cast<long>(reply.transferred_length);
+}
+
+// Attaches every tape drive and medium changer LUN of the session's target
+// at `adapter`, bus 0, id `target_id`. The number attached; LUNs that do not
+// fit a label or the table get a line saying so.
+unsigned attach_target_units(IscsiSession& session, const IscsiUrl& target_url, uint8_t adapter,
+                             uint8_t target_id, Clock::time_point deadline) {
+  static uint8_t data[4096];
+  const uint8_t report_luns[12] = {kOpReportLuns, 0, 0, 0, 0, 0, 0, 0, sizeof data >> 8, 0, 0, 0};
+  const long reported = ask_lun(session, 0, report_luns, sizeof report_luns, data, sizeof data, deadline);
+  uint16_t luns[511];
+  size_t lun_count = 1;
+  luns[0] = 0;  // a target that cannot tell its LUNs still has LUN 0
+  if (reported >= 0) {
+    lun_count = std::min(iscsi_reported_luns(data, static_cast<size_t>(reported), luns, std::size(luns)),
+                         std::size(luns));
+  }
+  unsigned attached = 0;
+  for (size_t i = 0; i < lun_count; ++i) {
+    const uint8_t inquiry[6] = {kOpInquiry, 0, 0, 0, 96, 0};
+    if (ask_lun(session, luns[i], inquiry, sizeof inquiry, data, 96, deadline) < 0) continue;
+    const uint8_t type = data[0] & 0x1F;
+    if ((data[0] >> 5) != 0 || (type != 0x01 && type != 0x08)) continue;
+    if (luns[i] > 255 || unit_count == kMaxUnits) {
+      error_printf("ERROR: iSCSI portal %s: LUN %u of %s not listed (%s)\n", session.portal,
+                   static_cast<unsigned>(luns[i]), session.target,
+                   luns[i] > 255 ? "above 255" : "more than 64 units");
+      continue;
+    }
+    Unit& unit = units[unit_count++];
+    unit = Unit{};
+    unit.address = ScsiAddress{adapter, 0, target_id, static_cast<uint8_t>(luns[i])};
+    unit.session = &session;
+    unit.lun = luns[i];
+    IscsiUrl url = target_url;
+    url.lun = luns[i];
+    shown_iscsi_url(url, unit.shown_url, sizeof unit.shown_url);
+    std::memcpy(unit.inquiry, data, sizeof unit.inquiry);
+    ++attached;
+  }
+  return attached;
+}
+
+}  // namespace
+
 int iscsi_attach(const IscsiLogin& login, const ScsiAddress& address) {
   IscsiUrl url;
   char reason[200];
@@ -202,54 +338,18 @@ int iscsi_attach(const IscsiLogin& login, const ScsiAddress& address) {
     error_printf("ERROR: invalid iSCSI URL: %s\n", reason);
     return -1;
   }
-  const bool chap_after = login.chap_user != nullptr && login.chap_user[0] != '\0';
-  if (chap_after && url.user[0] != '\0') {
-    error_printf("ERROR: iSCSI portal %s: the CHAP user is given both in the URL and after it\n", url.portal);
-    return -1;
-  }
+  LoginNames names;
+  if (login_names(login, url, &names) != 0) return -1;
   if (unit_count == kMaxUnits ||
       unit_at(address.port_number, address.path_id, address.target_id, address.lun)) {
     error_printf("ERROR: iSCSI portal %s: no room for the unit at /hanum %u /bus %u /tid %u /lun %u\n",
                  url.portal, address.port_number, address.path_id, address.target_id, address.lun);
     return -1;
   }
-  const char* user = chap_after ? login.chap_user : url.user;
-  const char* secret = chap_after ? (login.chap_secret != nullptr ? login.chap_secret : "") : url.password;
-  char initiator[224];
-  if (login.initiator != nullptr && login.initiator[0] != '\0') {
-    std::snprintf(initiator, sizeof initiator, "%s", login.initiator);
-  } else {
-    default_iscsi_initiator(initiator, sizeof initiator);
-  }
-  // A peer that closes the socket must not end the program with SIGPIPE
-  // (libiscsi writes data with writev, which cannot be told not to raise it).
-  ::signal(SIGPIPE, SIG_IGN);
-
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(kIscsiLoginSeconds);
-  IscsiSession* session = nullptr;
-  for (unsigned i = 0; i < session_count && session == nullptr; ++i) {
-    if (!sessions[i].lost && same_login(sessions[i], url, user, secret, initiator)) session = &sessions[i];
-  }
   bool opened = false;
-  if (session == nullptr) {
-    if (session_count == kMaxSessions) {
-      error_printf("ERROR: iSCSI portal %s: more than %u sessions\n", url.portal, kMaxSessions);
-      return -1;
-    }
-    session = &sessions[session_count];
-    *session = IscsiSession{};
-    std::snprintf(session->portal, sizeof session->portal, "%s", url.portal);
-    std::snprintf(session->target, sizeof session->target, "%s", url.target);
-    std::snprintf(session->user, sizeof session->user, "%s", user);
-    std::snprintf(session->secret, sizeof session->secret, "%s", secret);
-    std::snprintf(session->initiator, sizeof session->initiator, "%s", initiator);
-    if (open_iscsi_session(*session, deadline) != 0) {
-      *session = IscsiSession{};
-      return -1;
-    }
-    ++session_count;
-    opened = true;
-  }
+  IscsiSession* session = session_for(url, names, deadline, &opened);
+  if (session == nullptr) return -1;
   Unit& unit = units[unit_count];
   unit = Unit{};
   unit.address = address;
@@ -258,13 +358,52 @@ int iscsi_attach(const IscsiLogin& login, const ScsiAddress& address) {
   shown_iscsi_url(url, unit.shown_url, sizeof unit.shown_url);
   std::memset(url.password, 0, sizeof url.password);
   if (check_unit(*session, unit, deadline) != 0) {
-    if (opened) {
-      end_iscsi_session(*session);
-      --session_count;
-    }
+    if (opened) close_last_session(session);
     return -1;
   }
   ++unit_count;
+  clear_iscsi_failure_note();
+  return 0;
+}
+
+int iscsi_attach_portal(const IscsiLogin& login, uint8_t adapter) {
+  IscsiUrl url;
+  char reason[200];
+  if (parse_iscsi_portal_url(login.url, &url, reason, sizeof reason) != 0) {
+    error_printf("ERROR: invalid iSCSI URL: %s\n", reason);
+    return -1;
+  }
+  LoginNames names;
+  if (login_names(login, url, &names) != 0) return -1;
+  std::vector<std::string> targets;
+  if (url.target[0] != '\0') {
+    targets.emplace_back(url.target);
+  } else {
+    IscsiSession discovery;
+    fill_session(discovery, url, names);
+    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(kIscsiLoginSeconds);
+    if (discover_iscsi_targets(discovery, deadline, &targets) != 0) return -1;
+  }
+  // Each target by the portal that was given (what a target announces may
+  // be addresses this host cannot reach), with an id of its own: its place
+  // in the portal's answer.
+  for (size_t t = 0; t < targets.size(); ++t) {
+    if (t > 255) {
+      error_printf("ERROR: iSCSI portal %s: %zu targets not listed (more than 256)\n", url.portal,
+                   targets.size() - t);
+      break;
+    }
+    IscsiUrl target_url = url;
+    std::snprintf(target_url.target, sizeof target_url.target, "%s", targets[t].c_str());
+    std::memset(target_url.password, 0, sizeof target_url.password);
+    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(kIscsiLoginSeconds);
+    bool opened = false;
+    IscsiSession* session = session_for(target_url, names, deadline, &opened);
+    if (session == nullptr) continue;  // its ERROR line names the target; the others are still listed
+    const unsigned attached = attach_target_units(*session, target_url, adapter, static_cast<uint8_t>(t), deadline);
+    if (attached == 0 && opened) close_last_session(session);
+  }
+  std::memset(url.password, 0, sizeof url.password);
   clear_iscsi_failure_note();
   return 0;
 }

@@ -10,6 +10,8 @@ int iscsi_attach(const IscsiLogin&, const ScsiAddress&) {
   return -1;
 }
 
+int iscsi_attach_portal(const IscsiLogin& login, uint8_t) { return iscsi_attach(login, ScsiAddress{}); }
+
 const Platform* iscsi_platform() { return nullptr; }
 
 void iscsi_detach_all() {}
