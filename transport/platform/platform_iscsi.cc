@@ -230,6 +230,18 @@ int login_names(const IscsiLogin& login, const IscsiUrl& url, LoginNames* names)
   return 0;
 }
 
+// The URL of `login`, read by `parse`, and who logs in. 0, or -1 after its
+// ERROR line.
+int read_login(const IscsiLogin& login, int (*parse)(const char*, IscsiUrl*, char*, size_t), IscsiUrl* url,
+               LoginNames* names) {
+  char reason[200];
+  if (parse(login.url, url, reason, sizeof reason) != 0) {
+    error_printf("ERROR: invalid iSCSI URL: %s\n", reason);
+    return -1;
+  }
+  return login_names(login, *url, names);
+}
+
 void fill_session(IscsiSession& session, const IscsiUrl& url, const LoginNames& names) {
   session = IscsiSession{};
   std::snprintf(session.portal, sizeof session.portal, "%s", url.portal);
@@ -333,13 +345,8 @@ unsigned attach_target_units(IscsiSession& session, const IscsiUrl& target_url, 
 
 int iscsi_attach(const IscsiLogin& login, const ScsiAddress& address) {
   IscsiUrl url;
-  char reason[200];
-  if (parse_iscsi_url(login.url, &url, reason, sizeof reason) != 0) {
-    error_printf("ERROR: invalid iSCSI URL: %s\n", reason);
-    return -1;
-  }
   LoginNames names;
-  if (login_names(login, url, &names) != 0) return -1;
+  if (read_login(login, parse_iscsi_url, &url, &names) != 0) return -1;
   if (unit_count == kMaxUnits ||
       unit_at(address.port_number, address.path_id, address.target_id, address.lun)) {
     error_printf("ERROR: iSCSI portal %s: no room for the unit at /hanum %u /bus %u /tid %u /lun %u\n",
@@ -368,13 +375,8 @@ int iscsi_attach(const IscsiLogin& login, const ScsiAddress& address) {
 
 int iscsi_attach_portal(const IscsiLogin& login, uint8_t adapter) {
   IscsiUrl url;
-  char reason[200];
-  if (parse_iscsi_portal_url(login.url, &url, reason, sizeof reason) != 0) {
-    error_printf("ERROR: invalid iSCSI URL: %s\n", reason);
-    return -1;
-  }
   LoginNames names;
-  if (login_names(login, url, &names) != 0) return -1;
+  if (read_login(login, parse_iscsi_portal_url, &url, &names) != 0) return -1;
   std::vector<std::string> targets;
   if (url.target[0] != '\0') {
     targets.emplace_back(url.target);
