@@ -1,5 +1,6 @@
 #include "console/text_layout.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "console/log_output.h"
@@ -35,4 +36,19 @@ void print_title(std::initializer_list<FILE*> streams, const char* title) {
     log_printf({stream}, "\r\n");
     print_centred({stream}, title);
   }
+}
+
+void widen_columns(const std::string* cells, size_t* widths, unsigned count) {
+  for (unsigned c = 0; c < count; ++c) widths[c] = std::max(widths[c], cells[c].size());
+}
+
+std::string table_line(const std::string* cells, const size_t* widths, const bool* right_aligned, unsigned count) {
+  std::string line;
+  for (unsigned c = 0; c < count; ++c) {
+    const bool last = c + 1 == count;
+    const std::string pad(last || cells[c].size() >= widths[c] ? 0 : widths[c] - cells[c].size(), ' ');
+    line += right_aligned[c] ? pad + cells[c] : cells[c] + pad;
+    if (!last) line += "  ";
+  }
+  return line;
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "console/text_layout.h"
 #include "os/os.h"
 #include "results/results_file.h"
 #include "run/run_result.h"
@@ -146,20 +147,9 @@ std::vector<std::string> listing_lines(const std::vector<ListedUnit>& units) {
                     access_word(unit.access), or_dash(nodes), addressing_options(unit)});
   }
   size_t widths[kColumns] = {};
-  for (const auto& row : rows) {
-    for (unsigned c = 0; c < kColumns; ++c) widths[c] = std::max(widths[c], row[c].size());
-  }
+  for (const auto& row : rows) widen_columns(row.data(), widths, kColumns);
   std::vector<std::string> lines;
-  for (const auto& row : rows) {
-    std::string line;
-    for (unsigned c = 0; c < kColumns; ++c) {
-      const std::string& cell = row[c];
-      const std::string pad(c + 1 < kColumns ? widths[c] - cell.size() : 0, ' ');
-      line += right[c] ? pad + cell : cell + pad;
-      if (c + 1 < kColumns) line += "  ";
-    }
-    lines.push_back(line);
-  }
+  for (const auto& row : rows) lines.push_back(table_line(row.data(), widths, right, kColumns));
   return lines;
 }
 

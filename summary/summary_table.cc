@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <numeric>
 
+#include "console/text_layout.h"
+
 namespace {
 
 constexpr double kBytesPerMegabyte = 1048576.0;
@@ -47,15 +49,7 @@ std::string duration_text(int64_t seconds) {
 }
 
 void print_row(FILE* out, const SummaryCells& cells, const size_t (&widths)[kSummaryColumns]) {
-  for (unsigned c = 0; c < kSummaryColumns; ++c) {
-    const std::string& text = cells.text[c];
-    const bool last = c + 1 == kSummaryColumns;
-    if (last) {
-      std::fprintf(out, "%s\n", text.c_str());
-    } else {
-      std::fprintf(out, kRightAligned[c] ? "%*s  " : "%-*s  ", static_cast<int>(widths[c]), text.c_str());
-    }
-  }
+  std::fprintf(out, "%s\n", table_line(cells.text, widths, kRightAligned, kSummaryColumns).c_str());
 }
 
 void print_group_heading(FILE* out, const SummaryData& data, const SummaryGroup& group) {
@@ -197,7 +191,7 @@ void print_summary(FILE* out, const SummaryData& data, const std::vector<Summary
     for (unsigned c = 0; c < kSummaryColumns; ++c) widths[c] = std::string(kHeadings[c]).size();
     for (const SummaryRow& row : data.rows) {
       const SummaryCells cells = summary_cells(data, row);
-      for (unsigned c = 0; c < kSummaryColumns; ++c) widths[c] = std::max(widths[c], cells.text[c].size());
+      widen_columns(cells.text, widths, kSummaryColumns);
     }
     SummaryCells headings;
     for (unsigned c = 0; c < kSummaryColumns; ++c) headings.text[c] = kHeadings[c];
