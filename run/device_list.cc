@@ -19,14 +19,6 @@ constexpr uint8_t kTapeDrive = 0x01;
 constexpr uint8_t kMediumChanger = 0x08;
 constexpr uint8_t kInquiryLength = 36;
 
-// An Inquiry text of `data`, cut at a NUL and after its last non-blank.
-std::string inquiry_text(const uint8_t* data, unsigned offset, unsigned length) {
-  std::string text(reinterpret_cast<const char*>(data + offset), length);
-  text = text.substr(0, text.find('\0'));
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
-
 void take_identity(const uint8_t* inquiry, ListedUnit* unit) {
   unit->vendor = inquiry_text(inquiry, 8, 8);
   unit->product = inquiry_text(inquiry, 16, 16);

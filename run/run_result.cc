@@ -24,14 +24,6 @@ constexpr const char* kProgramVersion = "1.57CV";
 constexpr uint8_t kVpdSupportedPages = 0x00;
 constexpr uint8_t kVpdUnitSerialNumber = 0x80;
 
-// An Inquiry text from `inquiry_buffer`, trailing blanks and zero bytes cut.
-std::string inquiry_text(unsigned offset, unsigned length) {
-  std::string text(reinterpret_cast<const char*>(inquiry_buffer + offset), length);
-  text = text.substr(0, text.find('\0'));
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text;
-}
-
 // The data of a VPD page, or false when the drive refused or sent another page.
 bool read_vpd_page(uint8_t page_code, std::string* data) {
   scsi_inquiry_vpd(page_code, 255);
@@ -42,6 +34,13 @@ bool read_vpd_page(uint8_t page_code, std::string* data) {
 }
 
 }  // namespace
+
+std::string inquiry_text(const uint8_t* data, unsigned offset, unsigned length) {
+  std::string text(reinterpret_cast<const char*>(data + offset), length);
+  text = text.substr(0, text.find('\0'));
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
 
 bool unit_serial_number(std::string* serial) {
   std::string pages;
@@ -204,9 +203,9 @@ void write_run_record(int argument_count, char** arguments, bool drive_answered)
   std::string vendor, product, revision, serial;
   bool has_serial = false;
   if (drive_answered) {
-    vendor = inquiry_text(8, 8);
-    product = inquiry_text(16, 16);
-    revision = inquiry_text(32, 4);
+    vendor = inquiry_text(inquiry_buffer, 8, 8);
+    product = inquiry_text(inquiry_buffer, 16, 16);
+    revision = inquiry_text(inquiry_buffer, 32, 4);
     has_serial = unit_serial_number(&serial);
   }
   const Platform& platform = active_platform();

@@ -3,6 +3,7 @@
 // of the results file (`/json`). Main thread only.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -18,6 +19,11 @@ std::vector<std::string> pass_blockers(double asked_megabytes);
 // part that belongs to the options and the drive.
 std::vector<std::string> test_pass_blockers();
 std::vector<std::string> option_pass_blockers(double asked_megabytes);
+
+// The Inquiry text of `length` bytes at `offset` of `data` (vendor 8 at 8,
+// product 16 at 16, revision 4 at 32), cut at a zero byte and after its last
+// non-blank.
+std::string inquiry_text(const uint8_t* data, unsigned offset, unsigned length);
 
 // The drive's unit serial number: Inquiry VPD page 00h, then page 80h when
 // the drive lists it; leading and trailing blanks cut. False when the drive
