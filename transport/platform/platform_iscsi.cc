@@ -49,40 +49,43 @@ int seconds_left(Clock::time_point deadline) {
   return left < 1 ? 1 : static_cast<int>(left);
 }
 
-// Checks that the target has `lun` (Report LUNs to LUN 0, then Inquiry to
-// the LUN) and keeps the unit's inquiry data. 0, or -1 after its ERROR line.
-int check_unit(IscsiSession& session, Unit& unit, Clock::time_point deadline) {
+// The answers of the login checks and of a listing: Report LUNs (up to
+// 511 LUNs) and a standard Inquiry.
+uint8_t answer[4096];
+constexpr uint8_t kReportLuns[12] = {kOpReportLuns, 0, 0, 0, 0, 0, 0, 0, sizeof answer >> 8, 0, 0, 0};
+constexpr uint8_t kInquiryLength = 96;
+constexpr uint8_t kInquiry[6] = {kOpInquiry, 0, 0, 0, kInquiryLength, 0};
+
+// Sends a data-in command of `length` bytes to `lun` of the session, into
+// `answer` (zeroed first), and fills `reply`. True when it ended GOOD.
+bool ask_lun(IscsiSession& session, uint16_t lun, const uint8_t* cdb, uint8_t cdb_length, uint32_t length,
+             Clock::time_point deadline, PassThroughReply* reply) {
   uint8_t sense[kSenseAreaSize];
-  static uint8_t data[4096];
   PassThroughRequest request{};
   request.sense = sense;
   request.direction = DataDirection::in;
-  request.data = data;
-  PassThroughReply reply{};
-
-  const uint8_t report_luns[12] = {kOpReportLuns, 0, 0, 0, 0, 0, 0, 0, sizeof data >> 8, 0, 0, 0};
-  std::memcpy(request.cdb, report_luns, sizeof report_luns);
-  request.cdb_length = sizeof report_luns;
-  request.data_length = sizeof data;
+  request.data = answer;
+  request.data_length = length;
+  std::memcpy(request.cdb, cdb, cdb_length);
+  request.cdb_length = cdb_length;
   request.timeout_seconds = static_cast<uint32_t>(seconds_left(deadline));
-  std::memset(data, 0, sizeof data);
-  run_iscsi_command(session, 0, request, false, reply);
+  std::memset(answer, 0, length);
+  run_iscsi_command(session, lun, request, false, *reply);
+  return reply->error == kErrorNone && reply->scsi_status == 0;
+}
+
+// Checks that the target has `lun` (Report LUNs to LUN 0, then Inquiry to
+// the LUN) and keeps the unit's inquiry data. 0, or -1 after its ERROR line.
+int check_unit(IscsiSession& session, Unit& unit, Clock::time_point deadline) {
+  PassThroughReply reply{};
   char listed[128];
-  if (reply.error == kErrorNone && reply.scsi_status == 0 &&
-      !iscsi_lun_listed(data, reply.transferred_length, unit.lun, listed, sizeof listed)) {
+  if (ask_lun(session, 0, kReportLuns, sizeof kReportLuns, sizeof answer, deadline, &reply) &&
+      !iscsi_lun_listed(answer, reply.transferred_length, unit.lun, listed, sizeof listed)) {
     error_printf("ERROR: iSCSI portal %s: target %s has no LUN %u (it reports LUN %s)\n", session.portal,
                  session.target, static_cast<unsigned>(unit.lun), listed[0] != '\0' ? listed : "none");
     return -1;
   }
-
-  const uint8_t inquiry[6] = {kOpInquiry, 0, 0, 0, 96, 0};
-  std::memcpy(request.cdb, inquiry, sizeof inquiry);
-  request.cdb_length = sizeof inquiry;
-  request.data_length = 96;
-  request.timeout_seconds = static_cast<uint32_t>(seconds_left(deadline));
-  std::memset(data, 0, sizeof data);
-  run_iscsi_command(session, unit.lun, request, false, reply);
-  if (reply.error != kErrorNone || reply.scsi_status != 0) {
+  if (!ask_lun(session, unit.lun, kInquiry, sizeof kInquiry, kInquiryLength, deadline, &reply)) {
     const char* note = iscsi_failure_note();
     const char* reason =
         reply.error != kErrorNone && note != nullptr ? note : "it answered with a CHECK CONDITION";
@@ -90,12 +93,12 @@ int check_unit(IscsiSession& session, Unit& unit, Clock::time_point deadline) {
                  static_cast<unsigned>(unit.lun), session.target, reason);
     return -1;
   }
-  if ((data[0] >> 5) == kNoUnitQualifier) {
+  if ((answer[0] >> 5) == kNoUnitQualifier) {
     error_printf("ERROR: iSCSI portal %s: target %s has no LUN %u\n", session.portal, session.target,
                  static_cast<unsigned>(unit.lun));
     return -1;
   }
-  std::memcpy(unit.inquiry, data, sizeof unit.inquiry);
+  std::memcpy(unit.inquiry, answer, sizeof unit.inquiry);
   return 0;
 }
 
@@ -280,47 +283,24 @@ void close_last_session(IscsiSession* session) {
   --session_count;
 }
 
-// Sends a short data-in command to `lun`; the bytes moved, or -1 when it
-// failed (CHECK CONDITION or on its way).
-long ask_lun(IscsiSession& session, uint16_t lun, const uint8_t* cdb, uint8_t cdb_length, uint8_t* data,
-             uint32_t length, Clock::time_point deadline) {
-  uint8_t sense[kSenseAreaSize];
-  PassThroughRequest request{};
-  request.sense = sense;
-  request.direction = DataDirection::in;
-  request.data = data;
-  request.data_length = length;
-  std::memcpy(request.cdb, cdb, cdb_length);
-  request.cdb_length = cdb_length;
-  request.timeout_seconds = static_cast<uint32_t>(seconds_left(deadline));
-  std::memset(data, 0, length);
-  PassThroughReply reply{};
-  run_iscsi_command(session, lun, request, false, reply);
-  if (reply.error != kErrorNone || reply.scsi_status != 0) return -1;
-  return static_cast<long>(reply.transferred_length);
-}
-
 // Attaches every tape drive and medium changer LUN of the session's target
 // at `adapter`, bus 0, id `target_id`. The number attached; LUNs that do not
 // fit a label or the table get a line saying so.
 unsigned attach_target_units(IscsiSession& session, const IscsiUrl& target_url, uint8_t adapter,
                              uint8_t target_id, Clock::time_point deadline) {
-  static uint8_t data[4096];
-  const uint8_t report_luns[12] = {kOpReportLuns, 0, 0, 0, 0, 0, 0, 0, sizeof data >> 8, 0, 0, 0};
-  const long reported = ask_lun(session, 0, report_luns, sizeof report_luns, data, sizeof data, deadline);
+  PassThroughReply reply{};
   uint16_t luns[511];
   size_t lun_count = 1;
   luns[0] = 0;  // a target that cannot tell its LUNs still has LUN 0
-  if (reported >= 0) {
-    lun_count = std::min(iscsi_reported_luns(data, static_cast<size_t>(reported), luns, std::size(luns)),
+  if (ask_lun(session, 0, kReportLuns, sizeof kReportLuns, sizeof answer, deadline, &reply)) {
+    lun_count = std::min(iscsi_reported_luns(answer, reply.transferred_length, luns, std::size(luns)),
                          std::size(luns));
   }
   unsigned attached = 0;
   for (size_t i = 0; i < lun_count; ++i) {
-    const uint8_t inquiry[6] = {kOpInquiry, 0, 0, 0, 96, 0};
-    if (ask_lun(session, luns[i], inquiry, sizeof inquiry, data, 96, deadline) < 0) continue;
-    const uint8_t type = data[0] & 0x1F;
-    if ((data[0] >> 5) != 0 || (type != 0x01 && type != 0x08)) continue;
+    if (!ask_lun(session, luns[i], kInquiry, sizeof kInquiry, kInquiryLength, deadline, &reply)) continue;
+    const uint8_t type = answer[0] & 0x1F;
+    if ((answer[0] >> 5) != 0 || (type != 0x01 && type != 0x08)) continue;
     if (luns[i] > 255 || unit_count == kMaxUnits) {
       error_printf("ERROR: iSCSI portal %s: LUN %u of %s not listed (%s)\n", session.portal,
                    static_cast<unsigned>(luns[i]), session.target,
@@ -335,7 +315,7 @@ unsigned attach_target_units(IscsiSession& session, const IscsiUrl& target_url, 
     IscsiUrl url = target_url;
     url.lun = luns[i];
     shown_iscsi_url(url, unit.shown_url, sizeof unit.shown_url);
-    std::memcpy(unit.inquiry, data, sizeof unit.inquiry);
+    std::memcpy(unit.inquiry, answer, sizeof unit.inquiry);
     ++attached;
   }
   return attached;
