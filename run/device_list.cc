@@ -25,20 +25,11 @@ void take_identity(const uint8_t* inquiry, ListedUnit* unit) {
   unit->revision = inquiry_text(inquiry, 32, 4);
 }
 
-// Commands go to the unit's address as it is, without the range checks of
-// the test's options (a listing meets ids above 15 and LUNs above 7).
-void address_unit(const ScsiAddress& address) {
-  scsi_transport.adapter = address.port_number;
-  scsi_transport.bus = address.path_id;
-  scsi_transport.target_id = address.target_id;
-  scsi_transport.target_lun = address.lun;
-  scsi_transport.lun_bits = static_cast<uint8_t>(address.lun <= 7 ? address.lun << 5 : 0);
-}
-
 // Asks the unit itself: Inquiry for its identity (a unit attention answered
 // once is asked again) and VPD page 80h for its serial number.
 void ask_unit(ListedUnit* unit) {
-  address_unit(unit->address);
+  set_unit_address(unit->address.port_number, unit->address.path_id, unit->address.target_id,
+                   unit->address.lun);
   for (int attempt = 0; attempt < 2; ++attempt) {
     scsi_inquiry(kInquiryLength);
     if (!command_failed()) break;

@@ -47,6 +47,14 @@ int set_lun(uint8_t lun) {
   return 0;
 }
 
+void set_unit_address(uint8_t adapter, uint8_t bus, uint8_t target_id, uint8_t lun) {
+  scsi_transport.adapter = adapter;
+  scsi_transport.bus = bus;
+  scsi_transport.target_id = target_id;
+  scsi_transport.target_lun = lun;
+  scsi_transport.lun_bits = static_cast<uint8_t>(lun <= 7 ? lun << 5 : 0);
+}
+
 void set_fixed_bit(uint8_t fixed) { scsi_transport.fixed_bit = fixed == 1 ? 1 : 0; }
 
 void set_cdb_list_stream(FILE* stream) { scsi_transport.cdb_list_stream = stream; }

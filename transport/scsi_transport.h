@@ -48,6 +48,10 @@ int set_bus(uint8_t bus);
 int set_target_id(uint8_t target_id);  // 0-15, else message and -1
 int set_lun(uint8_t lun);              // 0-7, else message and -1; sets lun_bits
 void set_fixed_bit(uint8_t fixed);     // 1 turns it on, anything else off
+// The address of a unit that a scan found, as it is, without the range
+// checks of the test's options (a listing meets ids above 15 and LUNs above
+// 7); lun_bits stays 0 for a LUN above 7, which bits 7-5 cannot carry.
+void set_unit_address(uint8_t adapter, uint8_t bus, uint8_t target_id, uint8_t lun);
 void set_cdb_list_stream(FILE* stream);
 
 // Ends a report section: flushes the output file, then the CDB list stream.
