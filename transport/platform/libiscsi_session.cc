@@ -301,9 +301,9 @@ void note_targets(iscsi_context*, int status, void* command_data, void* data) {
   note_done(nullptr, status, nullptr, &discovery->waiter);
 }
 
-// Connects and logs in as a normal session or, with an empty target, as
-// a discovery session. 0, or -1 after its ERROR line.
-int connect_and_log_in(IscsiSession& session, IscsiDeadline deadline) {
+}  // namespace
+
+int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
   session.context = iscsi_create_context(session.initiator);
   if (session.context == nullptr) {
     error_printf("ERROR: iSCSI portal %s: no memory for a session\n", session.portal);
@@ -352,15 +352,9 @@ int connect_and_log_in(IscsiSession& session, IscsiDeadline deadline) {
   return result;
 }
 
-}  // namespace
-
-int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline) {
-  return connect_and_log_in(session, deadline);
-}
-
 int discover_iscsi_targets(IscsiSession& session, IscsiDeadline deadline, std::vector<std::string>* targets) {
   session.target[0] = '\0';
-  int result = connect_and_log_in(session, deadline);
+  int result = open_iscsi_session(session, deadline);
   if (result == 0) {
     DiscoveryWaiter discovery{{false, 0}, targets};
     begin_step();

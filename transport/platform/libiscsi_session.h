@@ -38,7 +38,8 @@ struct IscsiSession {
 using IscsiDeadline = std::chrono::steady_clock::time_point;
 
 // Connects to the session's portal and logs in to its target (with CHAP when
-// it has a user) by `deadline`. 0, or -1 after one "ERROR:" line on the
+// it has a user; a discovery session when the target is empty) by
+// `deadline`. 0, or -1 after one "ERROR:" line on the
 // error stream naming the portal and the reason (the connection closed).
 int open_iscsi_session(IscsiSession& session, IscsiDeadline deadline);
 
