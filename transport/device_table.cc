@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "console/log_output.h"
+#include "os/os.h"
 #include "transport/scsi_transport.h"
 
 DeviceEntry device_table[kDeviceTableSize];
@@ -13,6 +14,22 @@ uint8_t open_handle_count = 0;
 namespace {
 
 constexpr unsigned kLastDeviceNumber = 254;
+// Another process's device scan holds each node it tries for a moment (an
+// exclusive open, an address query, a close), so runs started together on
+// one host, one per drive, meet those holds. A node refused as in use is
+// asked again for this long before it counts as held.
+constexpr uint32_t kBriefHoldMs = 500;
+constexpr uint32_t kBriefHoldStepMs = 10;
+
+uint32_t open_past_brief_holds(const char* name, PlatformHandle* handle) {
+  const Platform& platform = active_platform();
+  uint32_t error = platform.open_device(name, handle);
+  for (uint32_t waited = 0; error == kErrorSharingViolation && waited < kBriefHoldMs; waited += kBriefHoldStepMs) {
+    os_sleep_ms(kBriefHoldStepMs);
+    error = platform.open_device(name, handle);
+  }
+  return error;
+}
 // Adapters below this number are always tried; above it the first missing
 // adapter ends the scan.
 constexpr unsigned kAlwaysScannedAdapters = 10;
@@ -69,7 +86,7 @@ void scan_adapters() {
     char name[32];
     std::snprintf(name, sizeof name, "\\\\.\\Scsi%u:", number);
     PlatformHandle handle = kInvalidPlatformHandle;
-    uint32_t error = platform.open_device(name, &handle);
+    uint32_t error = open_past_brief_holds(name, &handle);
     if (error == kErrorSharingViolation) continue;
     if (error != kErrorNone) {
       if (number < kAlwaysScannedAdapters) continue;
@@ -101,7 +118,7 @@ void scan_tape_devices() {
     char name[32];
     std::snprintf(name, sizeof name, "\\\\.\\Tape%u", number);
     PlatformHandle handle = kInvalidPlatformHandle;
-    uint32_t error = platform.open_device(name, &handle);
+    uint32_t error = open_past_brief_holds(name, &handle);
     if (error == kErrorSharingViolation) continue;
     if (error != kErrorNone) return;
     ScsiAddress address{};
@@ -154,7 +171,7 @@ PlatformHandle get_device_handle() {
     if (addressed(device_table[slot])) {
       if (record->handle == kInvalidPlatformHandle) {
         PlatformHandle handle = kInvalidPlatformHandle;
-        uint32_t error = active_platform().open_device(record->name, &handle);
+        uint32_t error = open_past_brief_holds(record->name, &handle);
         if (error != kErrorNone) {
           result.win32_error = error;
         } else {

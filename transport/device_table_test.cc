@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -20,12 +21,19 @@ struct Unit {
 };
 std::vector<Unit> units;
 std::vector<std::string> opens, closes;
+// Opens of a name refused as in use before one is granted (another
+// process's scan, or a real owner when it never ends).
+std::map<std::string, int> refusals;
 
 std::string scsi_name(unsigned n) { return "\\\\.\\Scsi" + std::to_string(n) + ":"; }
 std::string tape_name(unsigned n) { return "\\\\.\\Tape" + std::to_string(n); }
 
 uint32_t open_device(const char* name, PlatformHandle* handle) {
   opens.push_back(name);
+  if (auto held = refusals.find(name); held != refusals.end() && held->second > 0) {
+    --held->second;
+    return kErrorSharingViolation;
+  }
   unsigned tapes = 0;
   for (size_t i = 0; i < units.size(); ++i) {
     const Unit& u = units[i];
@@ -64,6 +72,7 @@ class DeviceTable : public ::testing::Test {
  protected:
   void SetUp() override { set_active_platform(&kScripted); }
   void TearDown() override {
+    refusals.clear();
     reset_device_table();
     set_active_platform(nullptr);
   }
@@ -140,6 +149,24 @@ TEST_F(DeviceTable, OneAdapterHandleIsSharedOpenedOnceAgedAndClosedWhenIdle) {
   close_device_handles();
   EXPECT_EQ(3u, closes.size());  // each open handle once
   EXPECT_EQ(0, open_handle_count);
+}
+
+TEST_F(DeviceTable, ANodeHeldForAMomentByAnotherScanIsAskedAgainOneHeldForGoodIsNot) {
+  // Another run's scan holds the drive's tape node while this one scans and
+  // then while it opens the drive: both wait it out.
+  refusals[tape_name(0)] = 3;
+  scan({{0, 0, 1, 0, 0x00, false}, {0, 0, 4, 0, 0x01, true}});  // a disk makes adapter 0 answer
+  ASSERT_EQ(1, device_count);
+  ASSERT_NE(nullptr, device_table[0].record);
+  refusals[tape_name(0)] = 5;
+  EXPECT_NE(kInvalidPlatformHandle, handle_of(0, 4));
+  close_device_handles();
+
+  // A drive that another program holds stays held: refused, as in use.
+  refusals[tape_name(0)] = 1000000;
+  EXPECT_EQ(kInvalidPlatformHandle, handle_of(0, 4));
+  EXPECT_EQ(kErrorSharingViolation, scsi_transport.result.win32_error);
+  EXPECT_GT(refusals[tape_name(0)], 1000000 - 100);  // asked again for a moment only
 }
 
 }  // namespace
